@@ -57,13 +57,7 @@ void addChosen(Environment& environment, const ProbeOptions& options) {
 
 std::string probePath() {
   const char* given = std::getenv("TOLVANE_PROBE");
-  std::string path = given ? given : TOLVANE_PROBE;
-#ifdef _WIN32
-  // The path of the build machine, which sees its root as this drive.
-  if (path.starts_with('/'))
-    path.insert(0, "Z:");
-#endif
-  return path;
+  return given ? given : TOLVANE_PROBE;
 }
 
 std::string textOf(const std::string& bytes) {

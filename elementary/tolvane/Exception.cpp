@@ -49,8 +49,11 @@ NullPtrException::NullPtrException(const std::type_info& type, const std::type_i
   std::printf("NullPtrException::NullPtrException(%s, %s)\n", detail::rawName(type),
               detail::rawName(base));
   std::fflush(stdout);
+  // One after the other: the first readable name ever asked for may differ from later ones.
+  const std::string typeName = Typename(type);
+  const std::string baseName = Typename(base);
   std::printf("\n *** NullPtrException::NullPtrException(type = %s, base class = %s) *** \n\n",
-              Typename(type).c_str(), Typename(base).c_str());
+              typeName.c_str(), baseName.c_str());
   std::fflush(stdout);
   getEnvInteger("TOLVANE_NO_ASSERT", "don't do assertions on nullptrs", 0);
 }

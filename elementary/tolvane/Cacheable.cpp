@@ -2,7 +2,7 @@
 
 #include <tolvane/CacheQueue.hpp>
 #include <tolvane/Creature.hpp>
-#include <tolvane/Held.hpp>
+#include <tolvane/HeldInternal.hpp>
 
 #include <stdexcept>
 #include <utility>

@@ -1,5 +1,4 @@
 #include <tolvane/Cache.hpp>
-
 #include <tolvane/Creature.hpp>
 #include <tolvane/Environment.hpp>
 #include <tolvane/HeldInternal.hpp>
@@ -138,8 +137,7 @@ bool Cache::adjust(const std::type_info& creatorType, const std::type_info& doma
     return true;
   }
   if (verbosity() > 10) {
-    std::printf("bool Cache::adjust(): Have %llu Allowed %llu new %llu\n", total, limit(),
-                newCost);
+    std::printf("bool Cache::adjust(): Have %llu Allowed %llu new %llu\n", total, limit(), newCost);
     std::fflush(stdout);
   }
   const auto alive = StrongPtr<CacheBase>::holdIfHeld(self());
@@ -177,9 +175,8 @@ memsize_t Cache::forget(const std::type_info& type) {
 }
 
 int Cache::verbosity() {
-  static const int level =
-      getEnvInteger("MEMCACHE_VERBOSITY",
-                    "Detailness of the Cacheing process of loading/unloading objects", 0);
+  static const int level = getEnvInteger(
+      "MEMCACHE_VERBOSITY", "Detailness of the Cacheing process of loading/unloading objects", 0);
   return level;
 }
 

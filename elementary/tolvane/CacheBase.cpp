@@ -1,5 +1,4 @@
 #include <tolvane/CacheBase.hpp>
-
 #include <tolvane/Cacheable.hpp>
 #include <tolvane/Creature.hpp>
 

@@ -1,6 +1,5 @@
-#include <tolvane/CacheMap.hpp>
-
 #include <tolvane/Cache.hpp>
+#include <tolvane/CacheMap.hpp>
 #include <tolvane/CacheTotalsInternal.hpp>
 #include <tolvane/DomainMapInternal.hpp>
 #include <tolvane/HeldInternal.hpp>

@@ -1,5 +1,4 @@
 #include <tolvane/CacheMultiQueue.hpp>
-
 #include <tolvane/CacheTotalsInternal.hpp>
 #include <tolvane/HeldInternal.hpp>
 #include <tolvane/Verbose.hpp>
@@ -9,8 +8,7 @@
 
 namespace Tolvane {
 
-CacheMultiQueue::CacheMultiQueue()
-    : CacheMultiQueue(std::make_shared<detail::CacheTotals>()) {}
+CacheMultiQueue::CacheMultiQueue() : CacheMultiQueue(std::make_shared<detail::CacheTotals>()) {}
 
 CacheMultiQueue::CacheMultiQueue(std::shared_ptr<detail::CacheTotals> totals)
     : totals_(std::move(totals)) {}
@@ -106,8 +104,8 @@ bool CacheMultiQueue::adjust(const CacheBase& cache, memsize_t newCost) {
   }
   CacheQueue& temporaries = obtain(temporaries_);
   if (const detail::Held<Cacheable> returning{temporaries.oldest()}) {
-    TOLVANE_VERBOSE_DOMAIN(5, "Mem") << "  MOVING Temporary Item [" << returning->name()
-                                     << "] to Release Candidates.";
+    TOLVANE_VERBOSE_DOMAIN(5, "Mem")
+        << "  MOVING Temporary Item [" << returning->name() << "] to Release Candidates.";
     primary->put_in_back(returning->self());
   }
   return primary->adjust(cache, newCost, temporaries, obtain(keepers_));

@@ -1,6 +1,5 @@
-#include <tolvane/CacheQueue.hpp>
-
 #include <tolvane/Cache.hpp>
+#include <tolvane/CacheQueue.hpp>
 #include <tolvane/CacheQueueLockInternal.hpp>
 #include <tolvane/CacheTotalsInternal.hpp>
 #include <tolvane/Creature.hpp>
@@ -12,8 +11,10 @@
 #include <tolvane/Verbose.hpp>
 
 #include <cstdio>
+#include <exception>
 #include <limits>
 #include <system_error>
+#include <thread>
 #include <unordered_set>
 #include <utility>
 
@@ -63,12 +64,12 @@ bool dying(const Cacheable& entry) {
   return entry.self().strongCount() < 0;
 }
 
-thread_local CacheQueue::Lock* innermostLock = nullptr;
-
 } // namespace
 
+thread_local CacheQueue::Lock* CacheQueue::Lock::innermost = nullptr;
+
 CacheQueue::Lock::Lock(CacheQueue& queue, bool mayWait)
-    : queue_(queue), outer_(innermostLock), owns_(false) {
+    : queue_(queue), outer_(innermost), owns_(false) {
   if (heldByThisThread(queue)) {
     throw std::system_error(std::make_error_code(std::errc::resource_deadlock_would_occur),
                             "CacheQueue: a queue that asks for a release cannot take an object in "
@@ -84,19 +85,19 @@ CacheQueue::Lock::Lock(CacheQueue& queue, bool mayWait)
     owns_ = true;
   }
   if (owns_) {
-    innermostLock = this;
+    innermost = this;
   }
 }
 
 CacheQueue::Lock::~Lock() {
   if (owns_) {
-    innermostLock = outer_;
+    innermost = outer_;
     queue_.queueMutex_.unlock();
   }
 }
 
 bool CacheQueue::Lock::heldByThisThread(const CacheQueue& queue) noexcept {
-  for (const Lock* lock = innermostLock; lock != nullptr; lock = lock->outer_) {
+  for (const Lock* lock = innermost; lock != nullptr; lock = lock->outer_) {
     if (&lock->queue_ == &queue) {
       return true;
     }
@@ -116,9 +117,8 @@ CacheQueue::~CacheQueue() {
                           EvictionLevel);
   try {
     purgeEntries(true);
-  } catch (const std::exception& exception) {
-    TOLVANE_IRREGULARITY("a queue could not be purged in its destructor") << ": "
-                                                                          << exception.what();
+  } catch (...) {
+    TOLVANE_IRREGULARITY("a dying queue could not be purged");
   }
   releaseEntries();
 }
@@ -211,13 +211,13 @@ unsigned CacheQueue::iterate(Iterator& iterator) const {
 void CacheQueue::list_info(int detail) const {
   class Lister : public Iterator {
   public:
-    explicit Lister(bool long_) : long_(long_) {}
+    explicit Lister(bool withCreator) : withCreator_(withCreator) {}
 
     bool visit(Cacheable& entry) override {
       std::printf("    {%s} %s %p %llu bytes", entry.name().c_str(),
                   Typename(entry.DomainType()).c_str(), static_cast<const void*>(&entry),
                   entry.memsize());
-      if (long_) {
+      if (withCreator_) {
         // One strong pointer is that of the listing itself.
         const int strong = entry.self().strongCount();
         std::printf(", creator %s, %d strong", Typename(entry.CreatorType()).c_str(),
@@ -228,7 +228,7 @@ void CacheQueue::list_info(int detail) const {
     }
 
   private:
-    const bool long_;
+    const bool withCreator_;
   };
   Lister lister(detail >= 50);
   iterate(lister);
@@ -289,9 +289,10 @@ memsize_t CacheQueue::purgeEntries(bool tolerant) {
     return WeakPtr<Cacheable>();
   };
 
+  const WeakPtr<Cacheable> none;
   memsize_t freed = 0;
   WeakPtr<Cacheable> entry = next(nullptr);
-  while (entry != nullptr || !(entry == WeakPtr<Cacheable>())) {
+  while (entry != none) {
     asked.insert(entry);
     memsize_t size = 0;
     WeakPtr<Creature> maker;
@@ -307,12 +308,11 @@ memsize_t CacheQueue::purgeEntries(bool tolerant) {
     try {
       const detail::Held<Creature> creator(maker);
       creator->release();
-    } catch (const std::exception& exception) {
+    } catch (...) {
       if (!tolerant) {
         throw;
       }
-      TOLVANE_IRREGULARITY("an entry of a queue could not be asked to release its data")
-          << ": " << exception.what();
+      TOLVANE_IRREGULARITY("an entry of a dying queue could not be asked to release its data");
     }
     const detail::Held<Cacheable> held(entry);
     if (held) {
@@ -478,8 +478,8 @@ void CacheQueue::Eviction::trace(const Candidate& candidate) const {
       << " in this domain), trying to release ";
   VerboseStream(false, false, 0, EvictionFile, __LINE__, EvictionFunction, "", "Mem")
       << "    CacheQueue release candidate " << Typename(*candidate.domain) << " ["
-      << candidate.name << "] is one of " << std::to_string(queue_.nEntries())
-      << " elements using " << bytes(queue_.memsize());
+      << candidate.name << "] is one of " << std::to_string(queue_.nEntries()) << " elements using "
+      << bytes(queue_.memsize());
 }
 
 /// Checks the claim of a creator that its data went.
@@ -491,8 +491,8 @@ void CacheQueue::Eviction::released(const Candidate& candidate, Creature& creato
         << "NumberOfReleasedItems =" << std::to_string(releasedItems_) << ", computed size "
         << std::to_string(queue_.compute_memsize()) << " against "
         << std::to_string(queue_.memsize()) << " counted, cache total "
-        << std::to_string(cache_.totalCost(false)) << " of limit "
-        << std::to_string(cache_.limit()) << "\nRELEASE: OLDEST CANDIDATE: [" << candidate.name
+        << std::to_string(cache_.totalCost(false)) << " of limit " << std::to_string(cache_.limit())
+        << "\nRELEASE: OLDEST CANDIDATE: [" << candidate.name
         << "]\nRelease candidate's ProvenancePath: " << creator.provenancePath();
   }
   if (queue_.nEntries() == entriesBefore - 1) {
@@ -528,8 +528,8 @@ void CacheQueue::Eviction::kept(const Candidate& candidate, const Creature& crea
   }
   report << " " << std::to_string(queue_.nEntries()) << " releasable and "
          << std::to_string(keepers_.nEntries()) << " kept objects (domain "
-         << Typename(*candidate.domain) << ", creator domain "
-         << Typename(*candidate.creatorDomain) << ")";
+         << Typename(*candidate.domain) << ", creator domain " << Typename(*candidate.creatorDomain)
+         << ")";
 }
 
 } // namespace Tolvane

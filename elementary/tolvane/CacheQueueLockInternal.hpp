@@ -29,6 +29,8 @@ public:
   static bool heldByThisThread(const CacheQueue& queue) noexcept;
 
 private:
+  static thread_local Lock* innermost;
+
   CacheQueue& queue_;
   Lock* outer_;
   bool owns_;

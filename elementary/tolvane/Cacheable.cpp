@@ -1,6 +1,5 @@
+#include <tolvane/CacheQueueLockInternal.hpp>
 #include <tolvane/Cacheable.hpp>
-
-#include <tolvane/CacheQueue.hpp>
 #include <tolvane/Creature.hpp>
 #include <tolvane/HeldInternal.hpp>
 

@@ -1,7 +1,6 @@
-#include <tolvane/CreatorCacheMap.hpp>
-
 #include <tolvane/Cache.hpp>
 #include <tolvane/CacheTotalsInternal.hpp>
+#include <tolvane/CreatorCacheMap.hpp>
 #include <tolvane/DomainMapInternal.hpp>
 #include <tolvane/HeldInternal.hpp>
 #include <tolvane/Typename.hpp>
@@ -38,9 +37,8 @@ CreatorCacheMap::CreatorCacheMap()
 CreatorCacheMap::~CreatorCacheMap() = default;
 
 StrongPtr<CacheMap>& CreatorCacheMap::obtain(const std::type_info& creatorType) {
-  return domains_->obtain(creatorType, [this] {
-    return std::make_unique<StrongPtr<CacheMap>>(new CacheMap(totals_));
-  });
+  return domains_->obtain(
+      creatorType, [this] { return std::make_unique<StrongPtr<CacheMap>>(new CacheMap(totals_)); });
 }
 
 bool CreatorCacheMap::insert(const WeakPtr<Cacheable>& object, bool asOldest) {
@@ -126,8 +124,7 @@ bool CreatorCacheMap::adjust(const std::type_info& creatorType, const std::type_
 
 void CreatorCacheMap::list_info() const {
   for (const auto& domain : domains_->all()) {
-    std::printf(" CreatorCacheMap for listed Domain [%s]:",
-                Typename(domain.type.get()).c_str());
+    std::printf(" CreatorCacheMap for listed Domain [%s]:", Typename(domain.type.get()).c_str());
     printFigures(domain.value->get());
     (*domain.value)->list_info();
   }

@@ -1,6 +1,5 @@
-#include <tolvane/Creature.hpp>
-
 #include <tolvane/Cache.hpp>
+#include <tolvane/Creature.hpp>
 #include <tolvane/Verbose.hpp>
 
 #include <cstdio>

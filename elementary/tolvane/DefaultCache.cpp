@@ -25,9 +25,8 @@ std::atomic<Cache*> existingDefaultCache{nullptr};
 /// makes a cache that never evicts.
 memsize_t requestedSize(const std::string& value) {
   const long parsed = std::strtol(value.c_str(), nullptr, 10);
-  const auto number = static_cast<memsize_t>(static_cast<long long>(
-      std::clamp<long>(parsed, std::numeric_limits<std::int32_t>::min(),
-                       std::numeric_limits<std::int32_t>::max())));
+  const auto number = static_cast<memsize_t>(static_cast<long long>(std::clamp<long>(
+      parsed, std::numeric_limits<std::int32_t>::min(), std::numeric_limits<std::int32_t>::max())));
   std::size_t last = value.size() - 1;
   if (value[last] == 'B' && last > 0) {
     --last;

@@ -87,6 +87,19 @@ TEST(Typename, RegisteredNamesReplaceAndGo) {
   DefineTypenameBase::setTypename(typeid(int), "int32_t");
 }
 
+TEST(Typename, ModuleNamesItsTypeWhileLoaded) {
+  const std::string module = TOLVANE_TEST_MODULE_DIR "/NamesItsType" TOLVANE_TEST_MODULE_SUFFIX;
+  const std::string name = "the module's type";
+  EXPECT_EQ(
+      textOf(runProbe({"type_is_named", name, "--", "load_module", module, "--", "type_is_named",
+                       name, "--", "unload_module", "--", "type_is_named", name})
+                 .out),
+      "0\n1\n0\n");
+  // A process whose threads are stopped inside the table still comes to its end.
+  for (int i = 0; i < 5; ++i)
+    EXPECT_EQ(runProbe({"load_module", module, "--", "name_types_for_ever"}).exitCode, 0);
+}
+
 TEST(Typename, DemanglesSymbols) {
   const struct {
     const char* name;

@@ -18,6 +18,10 @@
 
 namespace Tolvane {
 
+namespace detail {
+struct CacheTotals;
+}
+
 /// A ring of cacheables from the newest to the oldest, without owning them.
 ///
 /// Thread safety: any thread may call any operation of a queue that it knows to be alive; an
@@ -78,8 +82,9 @@ public:
   unsigned iterate(Iterator& iterator) const;
 
   /// Prints a line per entry to standard output, from the newest: the name in braces, type,
-  /// address, size, and strong references. `indent` is the number of blanks in front, at most 50.
-  void list_info(int indent) const;
+  /// address and size; with a `detail` of 50 and more also the creator's type and the number of
+  /// strong pointers.
+  void list_info(int detail) const;
 
   /// The oldest entry; empty when there is none.
   WeakPtr<Cacheable> oldest() const;
@@ -110,17 +115,21 @@ private:
   class Lock;
   class Eviction;
 
-  struct Total;
+  /// A queue whose sums count towards those of a whole cache, as data that can be released or as
+  /// data that is kept.
+  CacheQueue(std::shared_ptr<detail::CacheTotals> totals, bool releasable);
 
   void count(memsize_t bytes, int entries) noexcept;
-  bool put(const char* trace, const WeakPtr<Cacheable>& object, End end, bool mayWait);
+  bool put(const char* operation, const WeakPtr<Cacheable>& object, End end, bool mayWait);
   std::vector<WeakPtr<Cacheable>> snapshot() const;
   memsize_t purgeEntries(bool tolerant);
-  void releaseEntries() noexcept;
+  void releaseEntries();
 
   std::atomic<memsize_t> total_{0};
   std::atomic<std::uint32_t> entries_{0};
   mutable detail::PosixMutex queueMutex_;
+  std::shared_ptr<detail::CacheTotals> totals_;
+  const bool releasable_ = true;
 };
 
 } // namespace Tolvane

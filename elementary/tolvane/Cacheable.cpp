@@ -1,8 +1,7 @@
+#include <tolvane/CacheQueueLockInternal.hpp>
 #include <tolvane/Cacheable.hpp>
-
-#include <tolvane/CacheQueue.hpp>
 #include <tolvane/Creature.hpp>
-#include <tolvane/Held.hpp>
+#include <tolvane/HeldInternal.hpp>
 
 #include <stdexcept>
 #include <utility>

@@ -58,17 +58,12 @@ NullPtrException::NullPtrException(const std::type_info& type, const std::type_i
   getEnvInteger("TOLVANE_NO_ASSERT", "don't do assertions on nullptrs", 0);
 }
 
-NullPtrException::NullPtrException(const NullPtrException&) noexcept = default;
-NullPtrException& NullPtrException::operator=(const NullPtrException&) noexcept = default;
 NullPtrException::~NullPtrException() = default;
 
 const char* NullPtrException::what() const noexcept {
   return "Null Ptr Exception - invalid pointer detected!";
 }
 
-MemoryException::MemoryException() noexcept = default;
-MemoryException::MemoryException(const MemoryException&) noexcept = default;
-MemoryException& MemoryException::operator=(const MemoryException&) noexcept = default;
 MemoryException::~MemoryException() = default;
 
 const char* MemoryException::what() const noexcept {
@@ -79,8 +74,6 @@ MaxExceptionCount::MaxExceptionCount(int count, const std::type_info& type,
                                      const std::type_info& base) noexcept
     : count_(count), type_(&type), base_(&base) {}
 
-MaxExceptionCount::MaxExceptionCount(const MaxExceptionCount&) noexcept = default;
-MaxExceptionCount& MaxExceptionCount::operator=(const MaxExceptionCount&) noexcept = default;
 MaxExceptionCount::~MaxExceptionCount() = default;
 
 const char* MaxExceptionCount::what() const noexcept {

@@ -114,7 +114,7 @@ PROBE_COMMAND(unwinding) {
       ~Loud() {
         VerboseStream(false, false, 0, "file.cpp", 1, "~Loud()", "unwinding", "Mem") << 1;
         TOLVANE_VERBOSE(0) << "macro";
-        const VerboseStream asked(true, false, 0, "file.cpp", 1, "~Loud()", "asked", "Mem");
+        const VerboseStream asked(false, false, 1, "file.cpp", 1, "~Loud()", "asked", "Mem");
         std::printf("%d\n", static_cast<bool>(asked));
       }
     } const loud;

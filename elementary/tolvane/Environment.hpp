@@ -20,8 +20,9 @@
 /// @par Numbers
 /// Numbers are read with `atof`: leading blanks are skipped, what follows the number is ignored
 /// ("30GB" reads as 30), and a text without a number reads as 0. The integer forms cut toward zero
-/// ("-3.7" reads as -3); a value beyond the limits of the type reads as the nearest limit, and
-/// "nan" as 0.
+/// ("-3.7" reads as -3); a value beyond the limits of the type reads as the nearest limit, and one
+/// that is no number as 0. Hexadecimal numbers and the words "inf" and "nan" are read where the C
+/// runtime knows them: on Linux.
 ///
 /// @par Thread safety
 /// Reads may come from any thread. `setEnv` changes the environment of the process without a

@@ -49,23 +49,21 @@ NullPtrException::NullPtrException(const std::type_info& type, const std::type_i
   std::printf("NullPtrException::NullPtrException(%s, %s)\n", detail::rawName(type),
               detail::rawName(base));
   std::fflush(stdout);
+  // One after the other: the first readable name ever asked for may differ from later ones.
+  const std::string typeName = Typename(type);
+  const std::string baseName = Typename(base);
   std::printf("\n *** NullPtrException::NullPtrException(type = %s, base class = %s) *** \n\n",
-              Typename(type).c_str(), Typename(base).c_str());
+              typeName.c_str(), baseName.c_str());
   std::fflush(stdout);
   getEnvInteger("TOLVANE_NO_ASSERT", "don't do assertions on nullptrs", 0);
 }
 
-NullPtrException::NullPtrException(const NullPtrException&) noexcept = default;
-NullPtrException& NullPtrException::operator=(const NullPtrException&) noexcept = default;
 NullPtrException::~NullPtrException() = default;
 
 const char* NullPtrException::what() const noexcept {
   return "Null Ptr Exception - invalid pointer detected!";
 }
 
-MemoryException::MemoryException() noexcept = default;
-MemoryException::MemoryException(const MemoryException&) noexcept = default;
-MemoryException& MemoryException::operator=(const MemoryException&) noexcept = default;
 MemoryException::~MemoryException() = default;
 
 const char* MemoryException::what() const noexcept {
@@ -76,8 +74,6 @@ MaxExceptionCount::MaxExceptionCount(int count, const std::type_info& type,
                                      const std::type_info& base) noexcept
     : count_(count), type_(&type), base_(&base) {}
 
-MaxExceptionCount::MaxExceptionCount(const MaxExceptionCount&) noexcept = default;
-MaxExceptionCount& MaxExceptionCount::operator=(const MaxExceptionCount&) noexcept = default;
 MaxExceptionCount::~MaxExceptionCount() = default;
 
 const char* MaxExceptionCount::what() const noexcept {

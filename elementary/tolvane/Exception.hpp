@@ -91,8 +91,6 @@ public:
   /// names, and reads the variable `TOLVANE_NO_ASSERT`, so that it is listed with the others; its
   /// value has no effect. Both types must live as long as the exception.
   NullPtrException(const std::type_info& type, const std::type_info& base) noexcept;
-  NullPtrException(const NullPtrException&) noexcept;
-  NullPtrException& operator=(const NullPtrException&) noexcept;
   ~NullPtrException() override;
 
   /// "Null Ptr Exception - invalid pointer detected!"
@@ -112,9 +110,6 @@ private:
 /// Thrown when memory that the library cannot do without is not to be had.
 class TOLVANE_API MemoryException : public std::exception {
 public:
-  MemoryException() noexcept;
-  MemoryException(const MemoryException&) noexcept;
-  MemoryException& operator=(const MemoryException&) noexcept;
   ~MemoryException() override;
 
   /// "Tolvane::Out Of Memory"
@@ -126,8 +121,6 @@ class TOLVANE_API MaxExceptionCount : public std::exception {
 public:
   /// Both types must live as long as the exception.
   MaxExceptionCount(int count, const std::type_info& type, const std::type_info& base) noexcept;
-  MaxExceptionCount(const MaxExceptionCount&) noexcept;
-  MaxExceptionCount& operator=(const MaxExceptionCount&) noexcept;
   ~MaxExceptionCount() override;
 
   /// "Maximal reference count reached, cannot increment further"

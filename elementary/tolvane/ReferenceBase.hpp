@@ -43,9 +43,12 @@ public:
   /// How many instances of `T` the process made before this one.
   std::uint64_t instanceNumber() const noexcept { return instance_; }
 
+  /// How many instances of `T` the process made so far; the next one gets this number.
+  static std::uint64_t instancesMade() { return counter().load(); }
+
 protected:
   /// Throws std::bad_alloc when there is no memory for the record.
-  ReferenceBase() : self_(detail::Referer::create(this)), instance_(nextInstance()) {}
+  ReferenceBase() : self_(detail::Referer::create(this)), instance_(counter().fetch_add(1)) {}
 
   /// A copy is an object of its own: with its own counts, pointer and number.
   ReferenceBase(const ReferenceBase&) : ReferenceBase() {}
@@ -54,9 +57,9 @@ protected:
   ReferenceBase& operator=(const ReferenceBase&) noexcept { return *this; }
 
 private:
-  TOLVANE_LOCAL static std::uint64_t nextInstance() {
-    static std::atomic<std::uint64_t>& counter = detail::instanceCounter(typeid(T));
-    return counter.fetch_add(1);
+  TOLVANE_LOCAL static std::atomic<std::uint64_t>& counter() {
+    static std::atomic<std::uint64_t>& shared = detail::instanceCounter(typeid(T));
+    return shared;
   }
 
   // The hold of this pointer is the object's own hold on its record.

@@ -51,5 +51,6 @@ private:
 /// Hashes a type key by its type's hash code.
 template <>
 struct std::hash<Tolvane::TypeInfo> {
+  /// The hash code of @p type.
   std::size_t operator()(Tolvane::TypeInfo type) const noexcept { return type.hash_code(); }
 };

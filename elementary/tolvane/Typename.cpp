@@ -1,8 +1,9 @@
-#include "UnloadLock.hpp"
+#include "UnloadLockInternal.hpp"
 
 #include <tolvane/TypeInfo.hpp>
 #include <tolvane/Typename.hpp>
 
+#include <atomic>
 #include <cstdlib>
 #include <cxxabi.h>
 #include <memory>
@@ -49,6 +50,8 @@ std::optional<std::string> registeredName(const std::type_info& type) {
   return found->second;
 }
 
+std::atomic<bool> defaultNamesInstalled{false};
+
 void installDefaultNames() {
   const struct {
     const std::type_info& type;
@@ -73,6 +76,7 @@ void installDefaultNames() {
   };
   for (const auto& entry : defaults)
     DefineTypenameBase::setTypename(entry.type, entry.name);
+  defaultNamesInstalled.store(true, std::memory_order_relaxed);
 }
 
 } // namespace
@@ -81,6 +85,10 @@ std::string Typename(const std::type_info& type) {
   if (auto name = registeredName(type))
     return *std::move(name);
   return demangleSymbol(detail::rawName(type));
+}
+
+bool detail::defaultTypenamesInstalled() noexcept {
+  return defaultNamesInstalled.load(std::memory_order_relaxed);
 }
 
 std::string demangleSymbol(const char* name) {

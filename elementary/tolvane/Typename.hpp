@@ -90,6 +90,10 @@ inline const char* rawName(const std::type_info& type) noexcept {
   return *name == '*' ? name + 1 : name;
 }
 
+/// Whether a first demangling has given the plain types their readable names, so that another
+/// request for a name has no such effect any more. Not part of the public interface.
+bool defaultTypenamesInstalled() noexcept;
+
 /// The type whose registered name is exactly @p name, or `typeid(void)` when none is. When several
 /// types carry the name, any of them. Not part of the public interface.
 TOLVANE_API const std::type_info& typeByName(const std::string& name);

@@ -1,4 +1,4 @@
-#include "UnloadLock.hpp"
+#include "UnloadLockInternal.hpp"
 
 #ifdef _WIN32
 #ifndef WIN32_LEAN_AND_MEAN

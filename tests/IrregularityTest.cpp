@@ -1,0 +1,109 @@
+#include "RunProbe.hpp"
+
+#include <tolvane/Irregularity.hpp>
+
+#include <chrono>
+#include <cstdio>
+#include <ctime>
+#include <filesystem>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <regex>
+#include <sstream>
+
+namespace {
+
+namespace fs = std::filesystem;
+using Arguments = std::vector<std::string>;
+
+// The log that the probe leaves in a folder of its own; nothing when there is none.
+class IrregularityLog : public testing::Test {
+protected:
+  IrregularityLog() { fs::create_directory(folder); }
+  ~IrregularityLog() override { fs::remove_all(folder); }
+
+  std::optional<std::string> logAfter(const Arguments& arguments) const {
+    const ProbeResult run = runProbe(arguments, {.directory = folder});
+    EXPECT_EQ(run.exitCode, 0) << run.err;
+    EXPECT_EQ(run.out + run.err, "");
+    if (!fs::is_regular_file(log))
+      return std::nullopt;
+    std::ostringstream text;
+    text << std::ifstream(log, std::ios::binary).rdbuf();
+    return textOf(text.str());
+  }
+
+  const std::string folder = "reports", log = "reports/Irregularities.log";
+};
+
+std::string stamp(std::chrono::system_clock::time_point time) {
+  const std::time_t seconds = std::chrono::system_clock::to_time_t(time);
+  char text[32];
+  std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", std::localtime(&seconds));
+  return text;
+}
+
+const std::string frames = R"(\n --- Call Stack --- \n(#\d+ +0x[0-9a-f]{16}[^\n]*\n)+)";
+
+} // namespace
+
+TEST_F(IrregularityLog, HoldsTheReportsOfOneProcess) {
+  EXPECT_EQ(logAfter({"env_set", "X", "1"}), std::nullopt) << "no report, no file";
+
+  std::ofstream(log) << "from an earlier run";
+  const std::string before = stamp(std::chrono::system_clock::now());
+  const std::string text = *logAfter({"report", "-12", "reason"});
+  const std::string after = stamp(std::chrono::system_clock::now());
+  std::smatch parts;
+  ASSERT_TRUE(std::regex_match(
+      text, parts,
+      std::regex(R"(\n\n\*\* IRREGULARITY at (.{19}) \*\*\nSource:dir/file.cpp:-12 within )"
+                 R"(void f\(int\) because of reason)" +
+                 frames)))
+      << text;
+  EXPECT_LE(before, parts[1].str());
+  EXPECT_LE(parts[1].str(), after);
+  // Functions of modules that export names are named, and every frame tells its module.
+  EXPECT_NE(text.find("tolvane"), std::string::npos) << text;
+
+  const std::string two = *logAfter({"report", "1", "first", "--", "report", "2", "second", ": x"});
+  const std::string head = R"(\n\n\*\* IRREGULARITY at .{19} \*\*\nSource:dir/file.cpp:)";
+  EXPECT_TRUE(std::regex_match(
+      two, std::regex(head + R"(1 within void f\(int\) because of first)" + frames + head +
+                      R"(2 within void f\(int\) because of second: x[^\n]*LateReport)" + frames)))
+      << two;
+}
+
+TEST_F(IrregularityLog, HoldsReportsOfStaticObjects) {
+  const std::string late = *logAfter({"late_report"});
+  EXPECT_NE(late.find("late.cpp:1 within f() because of the end"), std::string::npos) << late;
+}
+
+TEST_F(IrregularityLog, IsDoneWithoutWhenItCannotBeWritten) {
+  fs::create_directory(log);
+  EXPECT_EQ(logAfter({"report", "1", "reason", "--", "late_report"}), std::nullopt);
+  fs::remove(log);
+#ifndef _WIN32
+  fs::create_symlink("/dev/full", log);
+  EXPECT_EQ(logAfter({"report", "1", "reason", "--", "late_report"}), std::nullopt);
+#endif
+}
+
+TEST(Irregularity, MacrosReportWhereTheyStand) {
+  int evaluated = 0;
+  const auto count = [&] { return std::to_string(++evaluated); };
+  for (const bool wrong : {false, true})
+    if (wrong)
+      TOLVANE_IRREGULARITY_IF(evaluated == 0) << ": " << count();
+    else
+      TOLVANE_IRREGULARITY_IF(evaluated != 0) << ": " << count();
+  EXPECT_EQ(evaluated, 1);
+  const int line = __LINE__ + 1;
+  TOLVANE_IRREGULARITY(static_cast<const char*>(nullptr)) << 5 << 0.5 << typeid(int*).name();
+  std::ostringstream text;
+  text << std::ifstream("Irregularities.log").rdbuf();
+  EXPECT_NE(text.str().find(" because of evaluated == 0: 1\n"), std::string::npos) << text.str();
+  EXPECT_NE(text.str().find("IrregularityTest.cpp:" + std::to_string(line) + " within "),
+            std::string::npos);
+  EXPECT_NE(text.str().find(" because of 50.5Pi\n"), std::string::npos);
+}

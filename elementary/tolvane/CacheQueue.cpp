@@ -61,7 +61,7 @@ std::string bytes(memsize_t count) {
 }
 
 bool dying(const Cacheable& entry) {
-  return entry.self().strongCount() < 0;
+  return detail::dying(entry.self());
 }
 
 } // namespace

@@ -85,6 +85,7 @@ void releaseLast(Referer& referer) noexcept {
                                                   typeid(ReferenceBase<Base>));
     }
   }
+  referer.noteLetGo();
   Referer::Counts counts = referer.dropStrong();
   if (counts.strong != 1) {
     return;

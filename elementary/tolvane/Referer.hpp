@@ -54,13 +54,23 @@ public:
   Counts counts() const noexcept { return unpack(word_.load()); }
 
   /// The object as the `ReferenceBase` it derives from; null once its last strong pointer went.
-  void* object() const noexcept { return object_.load(); }
+  void* object() const noexcept { return address(object_.load()); }
 
   /// Whether an access is valid now: the object is there and not marked as dead.
   bool alive() const noexcept {
     return strongOf(word_.load(std::memory_order_acquire)) >= 0 &&
-           object_.load(std::memory_order_acquire) != nullptr;
+           (object_.load(std::memory_order_acquire) & ~LetGo) != 0;
   }
+
+  /// Whether no strong pointer holds the object and none ever let go of it: it lives by other
+  /// means, on the stack for example. Between the drop of the last strong pointer and the mark of
+  /// death the count is 0 as well, but somebody is about to destroy the object.
+  bool neverHeld() const noexcept {
+    return strongOf(word_.load()) == 0 && (object_.load() & LetGo) == 0;
+  }
+
+  /// Notes that what may be the last strong pointer is about to go; before its count does.
+  void noteLetGo() noexcept { object_.fetch_or(LetGo); }
 
   /// One more weak holder. Dead objects may have new weak holders: Done, or AtLimit.
   Raise addWeak() noexcept {
@@ -89,7 +99,7 @@ public:
   Raise lock(std::int32_t least = 0) noexcept {
     std::uint64_t word = word_.load();
     do {
-      if (strongOf(word) < least || object_.load() == nullptr) {
+      if (strongOf(word) < least || object() == nullptr) {
         return Raise::Dead;
       }
       if (strongOf(word) == MaxCount || weakOf(word) == MaxCount) [[unlikely]] {
@@ -133,7 +143,7 @@ public:
   TOLVANE_API void markDestructor() noexcept;
 
   /// Takes the object's address out of the record.
-  void* takeObject() noexcept { return object_.exchange(nullptr); }
+  void* takeObject() noexcept { return address(object_.exchange(0)); }
 
   /// One holder less. Frees the record when it was the last; returns false when there was none
   /// to begin with, which is a fault of whoever counted.
@@ -149,7 +159,7 @@ public:
   void setCounts(Counts counts) noexcept { word_.store(pack(counts)); }
 
 private:
-  explicit Referer(void* object) noexcept : object_(object) {}
+  explicit Referer(void* object) noexcept : object_(reinterpret_cast<std::uintptr_t>(object)) {}
   ~Referer() = default;
 
   TOLVANE_API static void destroy(Referer* referer) noexcept;
@@ -163,6 +173,12 @@ private:
   static constexpr std::uint64_t Margin = (std::uint64_t{1} << 48) | (std::uint64_t{1} << 16);
   static constexpr std::uint64_t Signs = (std::uint64_t{1} << 63) | (std::uint64_t{1} << 31);
 
+  /// The lowest bit of the address, which is free: see noteLetGo().
+  static constexpr std::uintptr_t LetGo = 1;
+
+  static void* address(std::uintptr_t object) noexcept {
+    return reinterpret_cast<void*>(object & ~LetGo);
+  }
   static constexpr std::int32_t strongOf(std::uint64_t word) noexcept {
     return static_cast<std::int32_t>(static_cast<std::uint32_t>(word));
   }
@@ -185,7 +201,7 @@ private:
   }
 
   std::atomic<std::uint64_t> word_{OneWeak};
-  std::atomic<void*> object_;
+  std::atomic<std::uintptr_t> object_;
 };
 
 static_assert(sizeof(Referer) == 16, "the record takes 16 bytes");

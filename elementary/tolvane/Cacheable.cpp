@@ -110,19 +110,20 @@ void Cacheable::countDelta(memsize_t delta) noexcept {
 }
 
 bool Cacheable::markAsUsed() {
-  StrongPtr<CacheQueue, Cacheable> held;
   CacheQueue* queue = nullptr;
+  WeakPtr<Cacheable> node;
   {
-    // A queue lets go of its entries before it dies, so it is whole as long as this lock is held;
-    // from then on the hold keeps it, where it has an owner.
+    // A queue lets go of its entries before it dies, so its record is there as long as this lock
+    // is held; from then on the hold keeps the queue, where it has an owner.
     const std::lock_guard lock(mutex_);
-    if (queue_ == nullptr || queue_->self().strongCount() < 0) {
+    if (queue_ == nullptr) {
       return false;
     }
     queue = queue_;
-    held = StrongPtr<CacheQueue, Cacheable>::holdIfHeld(WeakPtr<CacheQueue, Cacheable>(queue));
+    node = queue->self();
   }
-  return queue->push_front(self());
+  const detail::Held<Cacheable> held(node);
+  return held && queue->push_front(self());
 }
 
 void Cacheable::PreDestructor() {
@@ -182,12 +183,13 @@ void Cacheable::moveTo(CacheQueue& queue, End end, memsize_t size) {
       linkBetween(anchor, *anchor.next_.get());
     }
     queue_ = &queue;
-  }
-  if (old != &queue) {
-    if (old != nullptr) {
-      old->count(-size, -1);
+    // Still inside the ring's lock: the old queue may die as soon as it is released.
+    if (old != &queue) {
+      if (old != nullptr) {
+        old->count(-size, -1);
+      }
+      queue.count(size, 1);
     }
-    queue.count(size, 1);
   }
 }
 

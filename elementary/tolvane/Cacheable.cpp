@@ -104,7 +104,8 @@ void Cacheable::adjustCacheableSize(unsigned long long delta) {
 
 void Cacheable::countDelta(memsize_t delta) noexcept {
   sizeVersion_.fetch_add(1);
-  if (queue_ != nullptr) {
+  // A dying object is no longer part of the sums; its destructors may well shrink it.
+  if (queue_ != nullptr && !predestructed_) {
     queue_->count(delta, 0);
   }
 }
@@ -156,6 +157,9 @@ bool Cacheable::push(CacheQueue& queue, End end, bool mayWait) {
     const unsigned version = sizeVersion_.load();
     const memsize_t size = memsize();
     const std::lock_guard own(mutex_);
+    if (predestructed_) {
+      return false;
+    }
     if (version == sizeVersion_.load() || attempts <= 0) {
       moveTo(queue, end, size);
       return true;

@@ -117,7 +117,7 @@ public:
   /// Makes the object the oldest of `queue`, wherever it stood before. Throws std::system_error
   /// when this thread holds the queue already, because it answers a release request of it.
   /// Returns false, and changes nothing, where the queue is busy on another thread while this one
-  /// answers a release request of a second queue.
+  /// answers a release request of a second queue, and for an object whose last strong pointer went.
   bool push_back(CacheQueue& queue);
 
   /// Makes the object the newest of `queue`; otherwise as push_back().

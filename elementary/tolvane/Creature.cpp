@@ -1,5 +1,6 @@
 #include <tolvane/Cache.hpp>
 #include <tolvane/Creature.hpp>
+#include <tolvane/HeldInternal.hpp>
 #include <tolvane/Verbose.hpp>
 
 #include <cstdio>
@@ -62,7 +63,7 @@ void Creature::enableCaching(bool asOldest) const {
   if (!data) {
     return;
   }
-  const StrongPtr<Cache, CacheBase> cache = cacheManager().lock();
+  const detail::Held<Cache, CacheBase> cache(cacheManager());
   if (!cache) {
     std::printf("Creature::enableCaching(): No Cache!\n");
     std::fflush(stdout);

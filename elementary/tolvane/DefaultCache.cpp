@@ -3,6 +3,7 @@
 #include <tolvane/Cache.hpp>
 #include <tolvane/CacheFiguresInternal.hpp>
 #include <tolvane/Environment.hpp>
+#include <tolvane/HeldInternal.hpp>
 #include <tolvane/SystemMemory.hpp>
 
 #include <algorithm>
@@ -100,7 +101,7 @@ CacheFigures cacheFigures(const Cache& cache) {
 }
 
 CacheFigures cacheFigures(const WeakPtr<Cache, CacheBase>& cache) {
-  const StrongPtr<Cache, CacheBase> live = cache.lock();
+  const Held<Cache, CacheBase> live(cache);
   return live ? cacheFigures(*live) : CacheFigures{false, 0, 0};
 }
 

@@ -96,6 +96,10 @@ bool Cache::insert(const WeakPtr<Cacheable>& object, bool asOldest) {
     }
   }
   purge_Hades();
+  // The zombies may have held the object, or have been a part of it.
+  if (!admissible(object, admission)) {
+    return false;
+  }
   const auto refuse = [&] {
     TOLVANE_VERBOSE_DOMAIN(1, "Mem") << "Cache<" << name() << ">::insert(): no room for "
                                      << mem(admission.cost) << " of " << *admission.domain;

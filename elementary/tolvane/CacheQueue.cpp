@@ -272,6 +272,8 @@ memsize_t CacheQueue::purgeEntries(bool tolerant) {
   // Whom this walk has asked: an entry that moves to the front is not asked again for it, or two
   // that take turns would keep the walk going for ever.
   std::unordered_set<WeakPtr<Cacheable>> asked;
+  // Who could not be asked; once told is enough.
+  std::unordered_set<WeakPtr<Cacheable>> hopeless;
 
   const auto next = [&](const Cacheable* after) {
     std::unique_lock<detail::PosixMutex> own;
@@ -313,13 +315,14 @@ memsize_t CacheQueue::purgeEntries(bool tolerant) {
         throw;
       }
       TOLVANE_IRREGULARITY("an entry of a dying queue could not be asked to release its data");
+      hopeless.insert(entry);
     }
     const detail::Held<Cacheable> held(entry);
     if (held) {
       entry = next(held.get());
     } else {
       freed += size;
-      asked.clear();
+      asked = hopeless;
       entry = next(nullptr);
     }
   }

@@ -1,3 +1,4 @@
+#include "Patterns.hpp"
 #include "RunProbe.hpp"
 
 #include <tolvane/Irregularity.hpp>
@@ -8,7 +9,6 @@
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
-#include <regex>
 #include <sstream>
 
 namespace {
@@ -54,23 +54,20 @@ TEST_F(IrregularityLog, HoldsTheReportsOfOneProcess) {
   const std::string before = stamp(std::chrono::system_clock::now());
   const std::string text = *logAfter({"report", "-12", "reason"});
   const std::string after = stamp(std::chrono::system_clock::now());
-  std::smatch parts;
-  ASSERT_TRUE(std::regex_match(
-      text, parts,
-      std::regex(R"(\n\n\*\* IRREGULARITY at (.{19}) \*\*\nSource:dir/file.cpp:-12 within )"
-                 R"(void f\(int\) because of reason)" +
-                 frames)))
-      << text;
-  EXPECT_LE(before, parts[1].str());
-  EXPECT_LE(parts[1].str(), after);
+  const std::string time =
+      groupOf(text, R"(\n\n\*\* IRREGULARITY at (.{19}) \*\*\nSource:dir/file.cpp:-12 within )"
+                    R"(void f\(int\) because of reason)" +
+                        frames);
+  EXPECT_LE(before, time) << text;
+  EXPECT_LE(time, after);
   // Functions of modules that export names are named, and every frame tells its module.
   EXPECT_NE(text.find("tolvane"), std::string::npos) << text;
 
   const std::string two = *logAfter({"report", "1", "first", "--", "report", "2", "second", ": x"});
   const std::string head = R"(\n\n\*\* IRREGULARITY at .{19} \*\*\nSource:dir/file.cpp:)";
-  EXPECT_TRUE(std::regex_match(
-      two, std::regex(head + R"(1 within void f\(int\) because of first)" + frames + head +
-                      R"(2 within void f\(int\) because of second: x[^\n]*LateReport)" + frames)))
+  EXPECT_TRUE(matches(two, head + R"(1 within void f\(int\) because of first)" + frames + head +
+                               R"(2 within void f\(int\) because of second: x[^\n]*LateReport)" +
+                               frames))
       << two;
 }
 

@@ -1,3 +1,4 @@
+#include "Patterns.hpp"
 #include "RunProbe.hpp"
 
 #include <tolvane/Verbose.hpp>
@@ -6,7 +7,6 @@
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
-#include <regex>
 #include <sstream>
 
 using namespace Tolvane;
@@ -410,8 +410,10 @@ TEST(Verbose, ReportsSections) {
       R"(\x1b\[0mMem<  4> \x1b\[31m \*\*\* TIMED SECTION lasted )" + number +
       R"(s and used -?[0-9]+ Bytes \(-?[0-9]+KiB\) \[Total RAM: [0-9]+[GM]iB, total Cache: 0KiB )"
       R"(freeable 0KiB\] - NO CACHE!\x1b\[0m\n)";
-  const auto escaped = [](const std::string& text) {
-    return std::regex_replace(text, std::regex(R"([\[\]])"), R"(\$&)");
+  const auto escaped = [](std::string text) {
+    for (std::size_t i = 0; (i = text.find('[', i)) != std::string::npos; i += 2)
+      text.insert(i, 1, '\\');
+    return text;
   };
   const struct {
     const char* enabled;
@@ -429,10 +431,10 @@ TEST(Verbose, ReportsSections) {
     const Variables environment = {{"TOLVANE_ENABLE_VERBOSITY_SECTIONS", c.enabled},
                                    {"TOLVANE_VERBOSITY", c.verbosity}};
     const std::string text = errorTextOf({"section"}, environment);
-    EXPECT_TRUE(std::regex_match(text, std::regex(c.expected))) << text;
+    EXPECT_TRUE(matches(text, c.expected)) << text;
     // The section ends in the same way when an exception passes through it.
     const std::string thrown = errorTextOf({"section", "thrown"}, environment);
-    EXPECT_TRUE(std::regex_match(thrown, std::regex(c.expected))) << thrown;
+    EXPECT_TRUE(matches(thrown, c.expected)) << thrown;
   }
 }
 

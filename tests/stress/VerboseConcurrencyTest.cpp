@@ -1,3 +1,5 @@
+#include "Patterns.hpp"
+
 #include <tolvane/Irregularity.hpp>
 #include <tolvane/Profiler.hpp>
 #include <tolvane/Verbose.hpp>
@@ -5,7 +7,6 @@
 #include <atomic>
 #include <fstream>
 #include <gtest/gtest.h>
-#include <regex>
 #include <sstream>
 #include <thread>
 #include <vector>
@@ -82,8 +83,8 @@ TEST(VerboseConcurrency, ReportsAreAllInTheLogAndDoNotMix) {
   std::ostringstream content;
   content << file.rdbuf();
   const std::string text = content.str();
-  const std::regex report(R"(because of concurrency \d/\d end\n --- Call Stack --- \n#0 )");
-  EXPECT_EQ(std::distance(std::sregex_iterator(text.begin(), text.end(), report), {}), 20) << text;
+  EXPECT_EQ(countOf(text, R"(because of concurrency \d/\d end\n --- Call Stack --- \n#0 )"), 20)
+      << text;
 }
 
 TEST(VerboseConcurrency, ProfilerCountsEveryScope) {

@@ -10,6 +10,7 @@
 #include <tolvane/Ageable.hpp>
 #include <tolvane/Api.hpp>
 #include <tolvane/AssertionCallback.hpp>
+#include <tolvane/Attributes.hpp>
 #include <tolvane/Breakpoint.hpp>
 #include <tolvane/Cache.hpp>
 #include <tolvane/CacheBase.hpp>
@@ -17,6 +18,8 @@
 #include <tolvane/CacheMultiQueue.hpp>
 #include <tolvane/CacheQueue.hpp>
 #include <tolvane/Cacheable.hpp>
+#include <tolvane/Chunk.hpp>
+#include <tolvane/ChunkBase.hpp>
 #include <tolvane/Counter.hpp>
 #include <tolvane/CreatorCacheMap.hpp>
 #include <tolvane/Creature.hpp>
@@ -28,6 +31,13 @@
 #include <tolvane/Interface.hpp>
 #include <tolvane/InterfaceBase.hpp>
 #include <tolvane/Irregularity.hpp>
+#include <tolvane/Lexicon.hpp>
+#include <tolvane/LoaderBase.hpp>
+#include <tolvane/LoaderParameters.hpp>
+#include <tolvane/LoaderProgress.hpp>
+#include <tolvane/LoaderRegistry.hpp>
+#include <tolvane/LoaderRegistryBase.hpp>
+#include <tolvane/LoaderRequest.hpp>
 #include <tolvane/MemorySize.hpp>
 #include <tolvane/MutableCacheable.hpp>
 #include <tolvane/PointerID.hpp>
@@ -37,9 +47,14 @@
 #include <tolvane/ReferenceBase.hpp>
 #include <tolvane/Referer.hpp>
 #include <tolvane/Result.hpp>
+#include <tolvane/SaveInterfaceCreatorBase.hpp>
+#include <tolvane/SaveParameters.hpp>
+#include <tolvane/SaveRegistry.hpp>
+#include <tolvane/SaveRegistryBase.hpp>
 #include <tolvane/SimpleString.hpp>
 #include <tolvane/SourceLocation.hpp>
 #include <tolvane/SpeakPtr.hpp>
+#include <tolvane/StreamSaverInterface.hpp>
 #include <tolvane/StrongPtr.hpp>
 #include <tolvane/SystemMemory.hpp>
 #include <tolvane/TextStream.hpp>

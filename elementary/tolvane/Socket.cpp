@@ -1,4 +1,4 @@
-#include "SocketLayer.hpp"
+#include "SocketLayerInternal.hpp"
 
 #include <tolvane/Socket.hpp>
 

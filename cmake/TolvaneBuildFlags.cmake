@@ -1,0 +1,34 @@
+# Flags of our own targets. Nothing here reaches a consumer of the library.
+#
+#   tolvane_build_flags(target...)  warnings, sanitizers and language level
+#
+# Sanitizers are chosen with TOLVANE_SANITIZE (a comma-separated list) and apply to the whole build,
+# GoogleTest included, because a sanitizer sees only what was compiled with it.
+
+if(TOLVANE_SANITIZE)
+  add_compile_options(-fsanitize=${TOLVANE_SANITIZE} -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=${TOLVANE_SANITIZE})
+  if(TOLVANE_SANITIZE MATCHES "undefined")
+    # A number out of range for its type is undefined as well, but not part of the group.
+    add_compile_options(-fsanitize=float-cast-overflow -fno-sanitize-recover=all)
+    add_link_options(-fsanitize=float-cast-overflow)
+  endif()
+endif()
+
+function(tolvane_build_flags)
+  foreach(target IN LISTS ARGN)
+    target_compile_features(${target} PRIVATE cxx_std_20)
+    set_target_properties(${target} PROPERTIES
+      CXX_EXTENSIONS OFF
+      CXX_VISIBILITY_PRESET hidden
+      VISIBILITY_INLINES_HIDDEN ON)
+    if(MINGW)
+      # printf and its family take the C99 formats (%lld, %zu, %lf) everywhere.
+      target_compile_definitions(${target} PRIVATE __USE_MINGW_ANSI_STDIO=1)
+    endif()
+    target_compile_options(${target} PRIVATE
+      -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion
+      -Wnon-virtual-dtor -Woverloaded-virtual -Wcast-qual -Wundef -Wvla
+      $<$<BOOL:${TOLVANE_WARNINGS_AS_ERRORS}>:-Werror>)
+  endforeach()
+endfunction()

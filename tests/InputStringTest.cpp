@@ -25,7 +25,7 @@ void PrintTo(const Place& p, std::ostream* out) {
   *out << p.position << " (" << p.line << ':' << p.column << ')';
 }
 
-TEST(InputStringTest, GetAndPeek) {
+TEST(InputString, GetAndPeek) {
   input_string in("a\n\0"s);
   const std::pair<std::pair<bool, char>, Place> steps[] = {
       {{true, 'a'}, {1, 0, 1}},   {{true, '\n'}, {2, 1, 0}},  {{true, '\0'}, {3, 1, 1}},
@@ -39,7 +39,7 @@ TEST(InputStringTest, GetAndPeek) {
   }
 }
 
-TEST(InputStringTest, GetlineLeavesTheLineFeed) {
+TEST(InputString, GetlineLeavesTheLineFeed) {
   input_string in("ab\r\ncd");
   EXPECT_EQ(in.getline(), "ab");
   EXPECT_EQ(place(in), (Place{3, 0, 3}));
@@ -56,7 +56,7 @@ TEST(InputStringTest, GetlineLeavesTheLineFeed) {
   EXPECT_EQ(place(odd), (Place{6, 0, 6}));
 }
 
-TEST(InputStringTest, Skipspace) {
+TEST(InputString, Skipspace) {
   struct Case {
     std::string text;
     unsigned long long skipped;
@@ -77,7 +77,7 @@ TEST(InputStringTest, Skipspace) {
 }
 
 // What the three views answer at every position of a text, the end included.
-TEST(InputStringTest, LinesAroundThePosition) {
+TEST(InputString, LinesAroundThePosition) {
   struct Views {
     std::string previous;
     std::string current;
@@ -123,7 +123,7 @@ TEST(InputStringTest, LinesAroundThePosition) {
   }
 }
 
-TEST(InputStringTest, HookSeesEveryLineFeedAndMayReadOn) {
+TEST(InputString, HookSeesEveryLineFeedAndMayReadOn) {
   // Takes the indentation of a line together with the line feed before it.
   struct Indented : input_string {
     using input_string::input_string;

@@ -101,12 +101,12 @@ private:
   std::mt19937 engine_;
 };
 
-TEST(StreamStringTest, SpecialCharacters) {
+TEST(StreamString, SpecialCharacters) {
   static_assert(sizeof(StreamString::non_identifier_characters) == 14);
   EXPECT_EQ(specials, "=#<>@?, !\r\t\n\"");
 }
 
-TEST(StreamStringTest, Encoders) {
+TEST(StreamString, Encoders) {
   struct Case {
     std::string got;
     std::string expected;
@@ -140,7 +140,7 @@ TEST(StreamStringTest, Encoders) {
     EXPECT_EQ(c.got, c.expected);
 }
 
-TEST(StreamStringTest, Escapes) {
+TEST(StreamString, Escapes) {
   struct Case {
     std::string plain;
     std::string escaped;
@@ -180,7 +180,7 @@ TEST(StreamStringTest, Escapes) {
   EXPECT_EQ(StreamString::decodeEscaped("\x10\x10\x11\x10\x12"), " \x11.");
 }
 
-TEST(StreamStringTest, EscapesComeBack) {
+TEST(StreamString, EscapesComeBack) {
   Strings strings(seed());
   for (int round = 0; round < 20000; ++round) {
     std::string s;
@@ -202,7 +202,7 @@ struct TokenCase {
   std::size_t position;
 };
 
-TEST(StreamStringTest, Tokens) {
+TEST(StreamString, Tokens) {
   const std::string dash = "\x10_";
   const TokenCase cases[] = {
       {"", ENQ, ENQ, false, {false, ""}, 0},
@@ -275,7 +275,7 @@ TEST(StreamStringTest, Tokens) {
   }
 }
 
-TEST(StreamStringTest, BareTokensWithOtherTerminators) {
+TEST(StreamString, BareTokensWithOtherTerminators) {
   struct Case {
     std::string text;
     std::string terminators;
@@ -295,7 +295,7 @@ TEST(StreamStringTest, BareTokensWithOtherTerminators) {
   }
 }
 
-TEST(StreamStringTest, LengthFieldCountsItsLineFeeds) {
+TEST(StreamString, LengthFieldCountsItsLineFeeds) {
   Recorder in(length(10) + "a\n\n3456789;");
   EXPECT_EQ(read(in), Read(true, "a\n\n3456789"));
   EXPECT_EQ(in.lineFeeds, (std::vector<unsigned long long>{2, 7, 8}));
@@ -303,7 +303,7 @@ TEST(StreamStringTest, LengthFieldCountsItsLineFeeds) {
   EXPECT_EQ(in.column(), 7u);
 }
 
-TEST(StreamStringTest, EveryFormLeavesWhatFollows) {
+TEST(StreamString, EveryFormLeavesWhatFollows) {
   input_string in("ab=\"c d\"=\2e\tf\3=[g]=" + StreamString::encodeLength("h=") + "=\"\"=");
   std::string all;
   for (Read token = read(in); token.first; token = read(in)) {
@@ -313,7 +313,7 @@ TEST(StreamStringTest, EveryFormLeavesWhatFollows) {
   EXPECT_EQ(all, "ab|c d|e\tf|g|h=||");
 }
 
-TEST(StreamStringTest, TokensComeBack) {
+TEST(StreamString, TokensComeBack) {
   Strings strings(seed());
   int bare = 0;
   for (int round = 0; round < 20000 && !HasFailure(); ++round) {
@@ -352,7 +352,7 @@ TEST(StreamStringTest, TokensComeBack) {
 
 // Every text, cut anywhere: the result is a prefix of the whole one or nothing, nothing beyond the
 // cut is looked at, and a loop of reads ends.
-TEST(StreamStringTest, CutAnywhere) {
+TEST(StreamString, CutAnywhere) {
   const std::string content = "a\2\n\3(b)[c]{d}\x10_\r\xff";
   const std::string tokens[] = {
       StreamString::encodeLength(content),
@@ -381,7 +381,7 @@ TEST(StreamStringTest, CutAnywhere) {
   }
 }
 
-TEST(StreamStringTest, LoopOfReadsEnds) {
+TEST(StreamString, LoopOfReadsEnds) {
   Strings strings(seed());
   for (int round = 0; round < 5000 && !HasFailure(); ++round) {
     Recorder in(strings.string());
@@ -399,7 +399,7 @@ TEST(StreamStringTest, LoopOfReadsEnds) {
   }
 }
 
-TEST(StreamStringTest, DeepNestingNeedsNoStack) {
+TEST(StreamString, DeepNestingNeedsNoStack) {
   const std::size_t depth = 1000000;
   input_string in(std::string(depth, '[') + std::string(depth - 1, ']'));
   const Read got = read(in);
@@ -407,7 +407,7 @@ TEST(StreamStringTest, DeepNestingNeedsNoStack) {
   EXPECT_EQ(got.second.size(), 2 * depth - 2);
 }
 
-TEST(StreamStringTest, ExceptionOfTheHookLeavesTheLineFeedRead) {
+TEST(StreamString, ExceptionOfTheHookLeavesTheLineFeedRead) {
   struct Throwing : input_string {
     using input_string::input_string;
     void newline(unsigned long long position) override {

@@ -52,7 +52,16 @@ const char* resolverMessage(std::int32_t code) {
 
 constexpr int connectionRefused = WSAECONNREFUSED;
 
-bool socketLayerStarted = false;
+bool socketLayerStarted() {
+  static const bool started = [] {
+    WSADATA data;
+    const bool succeeded = WSAStartup(0x0202, &data) == 0;
+    if (!succeeded)
+      std::fputs("windows sockets 2.2 error", stdout);
+    return succeeded;
+  }();
+  return started;
+}
 
 std::int32_t resolverCode(int error) {
   return error;
@@ -184,24 +193,22 @@ namespace detail {
 
 void startSockets() noexcept {
 #ifdef _WIN32
-  WSADATA data;
-  socketLayerStarted = WSAStartup(0x0202, &data) == 0;
-  if (!socketLayerStarted)
-    std::fputs("windows sockets 2.2 error", stdout);
+  socketLayerStarted();
 #endif
 }
 
 void stopSockets() noexcept {
 #ifdef _WIN32
-  if (socketLayerStarted)
+  if (socketLayerStarted())
     WSACleanup();
-  socketLayerStarted = false;
 #endif
 }
 
 } // namespace detail
 
 int ConnectTo(const std::string& host, const std::string& port) {
+  // A static object of a host that has the library inside may come before the load-time object.
+  detail::startSockets();
   const Addresses addresses = resolve(host, port);
   int handle = 0;
   for (const addrinfo* address = addresses.get(); address != nullptr; address = address->ai_next) {

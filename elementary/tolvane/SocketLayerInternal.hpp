@@ -5,11 +5,12 @@
 
 namespace Tolvane::detail {
 
-/// Asks for Windows Sockets 2.2. When there is none, says so on the standard output and goes on:
-/// every connection then fails by itself. Nothing to do on Linux.
+/// Asks for Windows Sockets 2.2, once in the process. When there is none, says so on the standard
+/// output and goes on: resolving then fails. Nothing to do on Linux.
 void startSockets() noexcept;
 
-/// Gives back what startSockets() got; does nothing when it got nothing.
+/// Gives back what startSockets() got, if it got anything. To be called once, when nothing connects
+/// any more; waits for no lock of the library.
 void stopSockets() noexcept;
 
 } // namespace Tolvane::detail

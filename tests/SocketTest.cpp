@@ -163,7 +163,7 @@ TEST(Socket, UnresolvedHostsAndPorts) {
   const Case cases[] = {
       // Names that no name server is asked for: a part is longer than 63 bytes, or empty, or names
       // an interface that is not there.
-      {std::string(64, 'x') + ".invalid", "80", hostNotFound},
+      {std::string(64, 'x'), "80", hostNotFound},
       {"a..b", "80", hostNotFound},
       {"fe80::1%none", "80", hostNotFound},
       {longText, "80", hostNotFound},

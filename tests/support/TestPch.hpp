@@ -1,11 +1,10 @@
 #pragma once
 
 // What nearly every test includes; a precompiled header halves the time to build them.
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <atomic>
 #include <functional>
+#include <gtest/gtest.h>
 #include <map>
 #include <memory>
 #include <mutex>

@@ -1,0 +1,11 @@
+#include "CacheFigures.hpp"
+
+namespace Tolvane::detail {
+
+CacheFigures defaultCacheFigures() noexcept { return {}; }
+
+CacheFigures cacheFigures(const Cache&) { return {}; }
+
+CacheFigures cacheFigures(const WeakPtr<Cache, CacheBase>&) { return {}; }
+
+} // namespace Tolvane::detail

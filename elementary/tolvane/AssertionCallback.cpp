@@ -1,4 +1,4 @@
-#include "UnloadLock.hpp"
+#include "UnloadLockInternal.hpp"
 
 #include <tolvane/AssertionCallback.hpp>
 
@@ -66,7 +66,8 @@ const char* exportedName(const char* base, DWORD begin) {
   const auto& entry = nt->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_EXPORT];
   if (entry.Size == 0)
     return nullptr;
-  const auto* exports = reinterpret_cast<const IMAGE_EXPORT_DIRECTORY*>(base + entry.VirtualAddress);
+  const auto* exports =
+      reinterpret_cast<const IMAGE_EXPORT_DIRECTORY*>(base + entry.VirtualAddress);
   const auto* functions = reinterpret_cast<const DWORD*>(base + exports->AddressOfFunctions);
   const auto* names = reinterpret_cast<const DWORD*>(base + exports->AddressOfNames);
   const auto* ordinals = reinterpret_cast<const WORD*>(base + exports->AddressOfNameOrdinals);
@@ -93,7 +94,8 @@ void describeByPlatform(FrameText& text) {
   const auto* function = RtlLookupFunctionEntry(inside, &base, nullptr);
   if (!function || !text.function.empty())
     return;
-  if (const char* name = exportedName(reinterpret_cast<const char*>(base), function->BeginAddress)) {
+  if (const char* name =
+          exportedName(reinterpret_cast<const char*>(base), function->BeginAddress)) {
     text.function = demangled(name);
     text.functionOffset = text.address - (base + function->BeginAddress);
   }

@@ -1,4 +1,4 @@
-#include "UnloadLock.hpp"
+#include "UnloadLockInternal.hpp"
 
 #include <tolvane/Profiler.hpp>
 

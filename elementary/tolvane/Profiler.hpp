@@ -70,9 +70,9 @@ public:
     int line = 0;
     std::string function;
     int level = 0;
-    std::uint64_t calls = 0;                ///< scopes that have ended
-    std::uint64_t totalNanoseconds = 0;     ///< their times added up
-    std::uint64_t longestNanoseconds = 0;   ///< the longest of them
+    std::uint64_t calls = 0;              ///< scopes that have ended
+    std::uint64_t totalNanoseconds = 0;   ///< their times added up
+    std::uint64_t longestNanoseconds = 0; ///< the longest of them
   };
 
   /// Measures scopes whose level is at most @p level from now on.

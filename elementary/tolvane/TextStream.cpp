@@ -27,6 +27,8 @@ NumberText::NumberText(double value) noexcept
 NumberText::NumberText(const void* value) noexcept
     : size_(static_cast<std::size_t>(std::snprintf(buffer_, sizeof buffer_, "%p", value))) {}
 
-std::string typeText(const std::type_info& type) { return Typename(type); }
+std::string typeText(const std::type_info& type) {
+  return Typename(type);
+}
 
 } // namespace Tolvane::detail

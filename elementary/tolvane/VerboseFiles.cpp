@@ -1,5 +1,5 @@
-#include "Globals.hpp"
-#include "UnloadLock.hpp"
+#include "GlobalsInternal.hpp"
+#include "UnloadLockInternal.hpp"
 
 #include <tolvane/Environment.hpp>
 #include <tolvane/Verbose.hpp>
@@ -78,8 +78,8 @@ VerboseFiles& VerboseFiles::instance() {
 VerboseFiles::VerboseFiles()
     : verbosity(getEnvInteger("TOLVANE_VERBOSITY",
                               "Verbosity level of the Tolvane-controlled output routines", 0)),
-      domains(split(
-          getEnvString("TOLVANE_VERBOSITY_DOMAINS", "Verbosity domains to be displayed."), ',')),
+      domains(split(getEnvString("TOLVANE_VERBOSITY_DOMAINS", "Verbosity domains to be displayed."),
+                    ',')),
       sectionsEnabled(getEnvInteger("TOLVANE_ENABLE_VERBOSITY_SECTIONS",
                                     "Enable use of verbosity sections(discouraged!)", 0)),
       editor(getEnvString("EDITOR", "The Editor used for Debugging")),

@@ -1,4 +1,4 @@
-#include "Globals.hpp"
+#include "GlobalsInternal.hpp"
 
 #include <tolvane/Environment.hpp>
 
@@ -18,7 +18,7 @@ namespace {
 // unloaded. What it starts must also start by itself when something asks for it earlier.
 //
 // The destructor may run while the process ends on Windows, when other threads were stopped
-// wherever they were: its steps never wait for a lock (see UnloadLock.hpp).
+// wherever they were: its steps never wait for a lock (see UnloadLockInternal.hpp).
 struct LoadedLibrary {
   LoadedLibrary() {
     Globals::VerboseFiles::instance();

@@ -1,4 +1,5 @@
 #include "SocketLayerInternal.hpp"
+#include "UnloadLockInternal.hpp"
 
 #include <tolvane/Socket.hpp>
 
@@ -199,7 +200,9 @@ void startSockets() noexcept {
 
 void stopSockets() noexcept {
 #ifdef _WIN32
-  if (socketLayerStarted())
+  // A process that ends gives its sockets back by itself, and WSACleanup might wait for a lock of a
+  // thread that was stopped.
+  if (!otherThreadsAreGone() && socketLayerStarted())
     WSACleanup();
 #endif
 }

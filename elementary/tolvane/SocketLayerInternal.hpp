@@ -10,7 +10,7 @@ namespace Tolvane::detail {
 void startSockets() noexcept;
 
 /// Gives back what startSockets() got, if it got anything. To be called once, when nothing connects
-/// any more; waits for no lock of the library.
+/// any more; leaves it to the system when the process ends.
 void stopSockets() noexcept;
 
 } // namespace Tolvane::detail

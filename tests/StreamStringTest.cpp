@@ -258,6 +258,7 @@ TEST(StreamString, Tokens) {
       {length(2) + dash + "x", ENQ, ENQ, true, {true, dash}, 7},
       {length(0) + "x", ENQ, ENQ, false, {true, ""}, 5},
       {length(10) + "0123456789\n", ENQ, ENQ, false, {true, "0123456789"}, 15},
+      {length(200) + std::string(201, 'y'), ENQ, ENQ, false, {true, std::string(200, 'y')}, 205},
       {length(0), ENQ, ENQ, false, {false, ""}, 5},
       {length(3) + "abc", ENQ, ENQ, false, {false, ""}, 8},
       {length(3) + "ab", ENQ, ENQ, false, {false, ""}, 7},

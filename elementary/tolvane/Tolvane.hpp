@@ -26,6 +26,7 @@
 #include <tolvane/DynPtr.hpp>
 #include <tolvane/Environment.hpp>
 #include <tolvane/Exception.hpp>
+#include <tolvane/InputString.hpp>
 #include <tolvane/InstanceCounter.hpp>
 #include <tolvane/Intercube.hpp>
 #include <tolvane/Interface.hpp>
@@ -52,9 +53,11 @@
 #include <tolvane/SaveRegistry.hpp>
 #include <tolvane/SaveRegistryBase.hpp>
 #include <tolvane/SimpleString.hpp>
+#include <tolvane/Socket.hpp>
 #include <tolvane/SourceLocation.hpp>
 #include <tolvane/SpeakPtr.hpp>
 #include <tolvane/StreamSaverInterface.hpp>
+#include <tolvane/StreamString.hpp>
 #include <tolvane/StrongPtr.hpp>
 #include <tolvane/SystemMemory.hpp>
 #include <tolvane/TextStream.hpp>

@@ -21,7 +21,7 @@ struct Counted : Provenance {
 
 /// Chains that share a trunk are released by several threads at once, while another takes hold of
 /// records on the way and must always find all that is above them.
-TEST(ProvenanceStress, ThreadsReleaseForkedChains) {
+TEST(ProvenanceConcurrency, ThreadsReleaseForkedChains) {
   constexpr int Threads = 4;
   constexpr int Trunk = 500;
   constexpr int Branch = 200;

@@ -100,7 +100,7 @@ TEST(AssertionCallback, CapturesAndRendersTheStack) {
   // The innermost frame is in this very program, not in the library.
   const std::string innermost = text.substr(0, text.find('\n'));
   EXPECT_NE(innermost.find("tolvane-tests"), std::string::npos) << text;
-  EXPECT_NE(text.find("main"), std::string::npos) << text;
+  EXPECT_GE(countOf(text, " in [^ ]"), 1) << "no symbol is named" << text;
 
   struct Deep {
     static std::size_t framesBelow(int depth) {

@@ -43,6 +43,7 @@ std::string stamp(std::chrono::system_clock::time_point time) {
   return text;
 }
 
+const std::string head = R"(\n\n\*\* IRREGULARITY at .{19} \*\*\nSource:)";
 const std::string frames = R"(\n --- Call Stack --- \n(#\d+ +0x[0-9a-f]{16}[^\n]*\n)+)";
 
 } // namespace
@@ -64,10 +65,10 @@ TEST_F(IrregularityLog, HoldsTheReportsOfOneProcess) {
   EXPECT_NE(text.find("tolvane"), std::string::npos) << text;
 
   const std::string two = *logAfter({"report", "1", "first", "--", "report", "2", "second", ": x"});
-  const std::string head = R"(\n\n\*\* IRREGULARITY at .{19} \*\*\nSource:dir/file.cpp:)";
-  EXPECT_TRUE(matches(two, head + R"(1 within void f\(int\) because of first)" + frames + head +
-                               R"(2 within void f\(int\) because of second: x[^\n]*LateReport)" +
-                               frames))
+  EXPECT_TRUE(matches(
+      two, head + R"(dir/file.cpp:1 within void f\(int\) because of first)" + frames + head +
+               R"(dir/file.cpp:2 within void f\(int\) because of second: x[^\n]*LateReport)" +
+               frames))
       << two;
 }
 
@@ -86,21 +87,18 @@ TEST_F(IrregularityLog, IsDoneWithoutWhenItCannotBeWritten) {
 #endif
 }
 
-TEST(Irregularity, MacrosReportWhereTheyStand) {
-  int evaluated = 0;
-  const auto count = [&] { return std::to_string(++evaluated); };
-  for (const bool wrong : {false, true})
-    if (wrong)
-      TOLVANE_IRREGULARITY_IF(evaluated == 0) << ": " << count();
-    else
-      TOLVANE_IRREGULARITY_IF(evaluated != 0) << ": " << count();
-  EXPECT_EQ(evaluated, 1);
-  const int line = __LINE__ + 1;
-  TOLVANE_IRREGULARITY(static_cast<const char*>(nullptr)) << 5 << 0.5 << typeid(int*).name();
-  std::ostringstream text;
-  text << std::ifstream("Irregularities.log").rdbuf();
-  EXPECT_NE(text.str().find(" because of evaluated == 0: 1\n"), std::string::npos) << text.str();
-  EXPECT_NE(text.str().find("IrregularityTest.cpp:" + std::to_string(line) + " within "),
-            std::string::npos);
-  EXPECT_NE(text.str().find(" because of 50.5Pi\n"), std::string::npos);
+TEST_F(IrregularityLog, TellsWhereTheMacrosStand) {
+  const std::string text = *logAfter({"report_macros"});
+  EXPECT_TRUE(matches(
+      text, head + R"([^\n]*DiagnosticsCommands.cpp:1001 within [^\n]*probe_report_macros[^\n]* )" +
+                "because of evaluated == 0: 1" + frames + head +
+                R"([^\n]*DiagnosticsCommands.cpp:1002 within [^\n]* because of 50.5i)" + frames))
+      << text;
+}
+
+TEST_F(IrregularityLog, HoldsReportsOfThreadsUnmixed) {
+  const std::string text = *logAfter({"report_from_threads", "4", "5"});
+  EXPECT_EQ(
+      countOf(text, head + R"([^\n]* because of thread \d/\d end\n --- Call Stack --- \n#0 )"), 20)
+      << text;
 }

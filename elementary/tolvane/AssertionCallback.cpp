@@ -81,9 +81,10 @@ void describeByPlatform(FrameText& text) {
   HMODULE module = nullptr;
   // The return address may already belong to the next function.
   const std::uintptr_t inside = text.address - 1;
-  if (!GetModuleHandleExA(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS |
-                              GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
-                          reinterpret_cast<LPCSTR>(inside), &module))
+  // Address 0 would stand for the program itself.
+  if (inside == 0 || !GetModuleHandleExA(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS |
+                                             GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
+                                         reinterpret_cast<LPCSTR>(inside), &module))
     return;
   char path[MAX_PATH];
   text.module.assign(path, GetModuleFileNameA(module, path, MAX_PATH));

@@ -6,6 +6,7 @@
 
 #include <cstdio>
 #include <stdexcept>
+#include <thread>
 
 #ifdef __linux__
 #include <csignal>
@@ -47,6 +48,32 @@ PROBE_COMMAND(report) {
                       arguments.at(1).c_str());
   if (arguments.size() > 2)
     report << arguments[2] << typeid(LateReport);
+  return 0;
+}
+
+PROBE_COMMAND(report_macros) {
+  int evaluated = 0;
+  const auto count = [&] { return std::to_string(++evaluated); };
+  for (const bool wrong : {false, true})
+    if (wrong)
+#line 1001
+      TOLVANE_IRREGULARITY_IF(evaluated == 0) << ": " << count();
+    else
+      TOLVANE_IRREGULARITY_IF(evaluated != 0) << ": " << count();
+#line 1002
+  TOLVANE_IRREGULARITY(static_cast<const char*>(nullptr)) << 5 << 0.5 << typeid(int).name();
+  return evaluated == 1 ? 0 : 1;
+}
+
+PROBE_COMMAND(report_from_threads) {
+  std::vector<std::thread> threads;
+  for (int thread = 0; thread < std::stoi(arguments.at(0)); ++thread)
+    threads.emplace_back([&, thread] {
+      for (int i = 0; i < std::stoi(arguments.at(1)); ++i)
+        TOLVANE_IRREGULARITY("thread ") << thread << "/" << i << " end";
+    });
+  for (std::thread& thread : threads)
+    thread.join();
   return 0;
 }
 

@@ -1,13 +1,8 @@
-#include "Patterns.hpp"
-
-#include <tolvane/Irregularity.hpp>
 #include <tolvane/Profiler.hpp>
 #include <tolvane/Verbose.hpp>
 
 #include <atomic>
-#include <fstream>
 #include <gtest/gtest.h>
-#include <sstream>
 #include <thread>
 #include <vector>
 
@@ -72,19 +67,6 @@ TEST(VerboseConcurrency, MessagesWhileTheCatcherComesAndGoes) {
   VerboseStream(false, false, 1, "f.cpp", 1, "f()", "0", "");
   EXPECT_EQ(caught, 1);
   VerboseCatcher::theCatcher = nullptr;
-}
-
-TEST(VerboseConcurrency, ReportsAreAllInTheLogAndDoNotMix) {
-  onThreads(4, [](int thread) {
-    for (int i = 0; i < 5; ++i)
-      TOLVANE_IRREGULARITY("concurrency") << " " << thread << "/" << i << " end";
-  });
-  std::ifstream file("Irregularities.log");
-  std::ostringstream content;
-  content << file.rdbuf();
-  const std::string text = content.str();
-  EXPECT_EQ(countOf(text, R"(because of concurrency \d/\d end\n --- Call Stack --- \n#0 )"), 20)
-      << text;
 }
 
 TEST(VerboseConcurrency, ProfilerCountsEveryScope) {

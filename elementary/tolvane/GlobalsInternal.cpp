@@ -1,5 +1,7 @@
 #include "GlobalsInternal.hpp"
 
+#include "SocketLayerInternal.hpp"
+
 #include <tolvane/Environment.hpp>
 
 namespace Tolvane {
@@ -23,6 +25,7 @@ struct LoadedLibrary {
   LoadedLibrary() {
     Globals::VerboseFiles::instance();
     detail::debugStopLimit();
+    detail::startSockets();
   }
 
   ~LoadedLibrary() {
@@ -32,6 +35,7 @@ struct LoadedLibrary {
       // No memory, or a malformed filter: the list or the message about it is given up.
     }
     detail::closeIrregularityLog();
+    detail::stopSockets();
   }
 };
 

@@ -1,4 +1,4 @@
-#include "DeepRelease.hpp"
+#include "DeepReleaseInternal.hpp"
 
 #include <tolvane/Provenance.hpp>
 

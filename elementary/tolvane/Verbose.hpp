@@ -220,7 +220,7 @@ public:
 /// catcher holds it by a strong pointer, so the host may drop its own at any time, and a catcher
 /// that has died counts as none. One that no strong pointer has ever held, an object on the stack
 /// for example, is called without being held: take it out before its end, while no other thread
-/// issues messages.
+/// issues messages. A module that is unloaded takes its catcher out first.
 ///
 /// @par Thread safety
 /// Every operation may be called from any thread.

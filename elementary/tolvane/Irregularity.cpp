@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <ctime>
 #include <mutex>
+#include <type_traits>
 #include <utility>
 
 namespace Tolvane {
@@ -23,12 +24,11 @@ struct Log {
   std::atomic<bool> created{false};
 };
 
-Log& theLog() {
-  static Log& log = *new Log;
-  return log;
-}
+// Made without code and never destroyed, so that it is there for the first and the last report.
+constinit Log log;
+static_assert(std::is_trivially_destructible_v<Log>);
 
-std::FILE* openLog(Log& log) {
+std::FILE* openLog() {
   std::FILE* file = std::fopen(logName, log.created.load() ? "at" : "wt");
   if (file)
     log.created.store(true);
@@ -43,14 +43,13 @@ void write(std::FILE* file, const std::string& report, const std::string& stack)
 }
 
 void writeToLog(const std::string& report, const std::string& stack) {
-  Log& log = theLog();
   const auto lock = detail::lockUnlessEnding(log.mutex);
   if (lock.owns_lock() && !log.closed) {
     if (!log.file)
-      log.file = openLog(log);
+      log.file = openLog();
     if (log.file)
       write(log.file, report, stack);
-  } else if (std::FILE* file = openLog(log)) {
+  } else if (std::FILE* file = openLog()) {
     // The process is ending and has closed the log, or a thread that is gone had locked it.
     write(file, report, stack);
     std::fclose(file);
@@ -121,7 +120,6 @@ void Irregularity::append(std::string_view piece) noexcept {
 }
 
 void detail::closeIrregularityLog() noexcept {
-  Log& log = theLog();
   try {
     const auto lock = lockUnlessEnding(log.mutex);
     if (!lock.owns_lock())

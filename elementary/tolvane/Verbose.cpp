@@ -362,8 +362,8 @@ WeakPtr<VerboseCatcher> VerboseCatcher::Slot::weak() {
 Console::Console() = default;
 
 Console::~Console() {
-  text_ += '\n';
   writeToStandardError(text_);
+  writeToStandardError("\n");
 }
 
 bool detail::verboseWanted(VerboseSite& site, int line, const char* function, int level,

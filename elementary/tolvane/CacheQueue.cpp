@@ -8,6 +8,7 @@
 #include <tolvane/Irregularity.hpp>
 #include <tolvane/Profiler.hpp>
 #include <tolvane/Typename.hpp>
+#include <tolvane/UnloadLockInternal.hpp>
 #include <tolvane/Verbose.hpp>
 
 #include <cstdio>
@@ -337,10 +338,14 @@ void CacheQueue::releaseEntries() {
     if (entry == this) {
       break;
     }
-    if (entry->mutex_.try_lock()) {
+    // A thread that is gone while the process ends never lets go of the entry.
+    const bool taken = entry->mutex_.try_lock();
+    if (taken || detail::otherThreadsAreGone()) {
       entry->unlink();
       entry->queue_ = nullptr;
-      entry->mutex_.unlock();
+      if (taken) {
+        entry->mutex_.unlock();
+      }
     } else {
       ring.unlock();
       std::this_thread::yield();
@@ -376,6 +381,7 @@ private:
   void trace(const Candidate& candidate) const;
   void released(const Candidate& candidate, Creature& creator, std::uint32_t entriesBefore) const;
   void kept(const Candidate& candidate, const Creature& creator) const;
+  std::string diagnosis(const Candidate& candidate, const Creature& creator) const;
 
   CacheQueue& queue_;
   const CacheBase& cache_;
@@ -501,38 +507,36 @@ void CacheQueue::Eviction::released(const Candidate& candidate, Creature& creato
   if (queue_.nEntries() == entriesBefore - 1) {
     return;
   }
-  VerboseStream report(false, false, 1, EvictionFile, __LINE__, EvictionFunction, "", "Mem");
-  if (report) {
-    report << " CACHE successful release of " << bytes(candidate.size) << ", had "
-           << std::to_string(entriesBefore) << " entries, now "
-           << std::to_string(queue_.nEntries());
+  TOLVANE_VERBOSE_DOMAIN(1, "Mem")
+      << " CACHE successful release of " << bytes(candidate.size) << ", had "
+      << std::to_string(entriesBefore) << " entries, now " << std::to_string(queue_.nEntries());
+  if (VerboseStream::show(1)) {
     queue_.list_info(0);
   }
 }
 
 /// Says why an object stays in memory.
 void CacheQueue::Eviction::kept(const Candidate& candidate, const Creature& creator) const {
-  VerboseStream report(false, false, 10, EvictionFile, __LINE__, EvictionFunction, "", "Mem");
-  if (!report) {
-    return;
-  }
+  TOLVANE_VERBOSE_DOMAIN(10, "Mem") << diagnosis(candidate, creator);
+}
+
+std::string CacheQueue::Eviction::diagnosis(const Candidate& candidate,
+                                            const Creature& creator) const {
   const int strong = candidate.object.strongCount();
-  if (strong == 1) {
-    report << "possible internal Creator issue while the reference count is correct.";
-  } else {
-    report << strong
-           << " additional reference counters were found that keep this data object alive.";
-  }
-  report << " Data object in charge [" << creator.addrstr() << "]";
-  if (creator.isReproducible()) {
-    report << " These data could be reproduced by " << creator.hasProducer();
-  } else {
-    report << " These data CANNOT be reproduced and thus must be kept in memory.";
-  }
-  report << " " << std::to_string(queue_.nEntries()) << " releasable and "
-         << std::to_string(keepers_.nEntries()) << " kept objects (domain "
-         << Typename(*candidate.domain) << ", creator domain " << Typename(*candidate.creatorDomain)
-         << ")";
+  std::string text =
+      strong == 1
+          ? "possible internal Creator issue while the reference count is correct."
+          : std::to_string(strong) +
+                " additional reference counters were found that keep this data object alive.";
+  text += " Data object in charge [" + creator.addrstr() + "]";
+  text += creator.isReproducible()
+              ? " These data could be reproduced by " + creator.hasProducer()
+              : " These data CANNOT be reproduced and thus must be kept in memory.";
+  text += " " + std::to_string(queue_.nEntries()) + " releasable and " +
+          std::to_string(keepers_.nEntries()) + " kept objects (domain " +
+          Typename(*candidate.domain) + ", creator domain " + Typename(*candidate.creatorDomain) +
+          ")";
+  return text;
 }
 
 } // namespace Tolvane

@@ -9,9 +9,9 @@
 /// #include <tolvane/Verbose.hpp>
 ///
 /// void load(const char* path, int bricks) {
-///   TOLVANE_SECTION(5);                                    // indents what follows
-///   TOLVANE_VERBOSE(3) << "loading " << path;              // level 3: TOLVANE_VERBOSITY=3 shows
-///   it TOLVANE_VERBOSE_DOMAIN(20, "Bricks") << bricks << " bricks";
+///   TOLVANE_SECTION(5);                       // indents what follows
+///   TOLVANE_VERBOSE(3) << "loading " << path; // shown with TOLVANE_VERBOSITY=3
+///   TOLVANE_VERBOSE_DOMAIN(20, "Bricks") << bricks << " bricks";
 /// }
 /// @endcode
 ///
@@ -190,8 +190,9 @@ private:
 /// is dropped while another exception is passing.
 ///
 /// @par Thread safety
-/// The operations are called on the thread that issues the message, so on several threads at once;
-/// no lock of the library is held.
+/// The operations are called on the thread that issues the message, so on several threads at once.
+/// The verbose output holds no lock; the messages of an eviction come while the cache holds the
+/// queue that is evicted, so that they must not push an object into that queue (see CacheQueue).
 class TOLVANE_API VerboseCatcher : public ReferenceBase<VerboseCatcher> {
 public:
   class Slot;
@@ -199,9 +200,10 @@ public:
   VerboseCatcher();
   ~VerboseCatcher() override;
 
-  /// A message that passed the domain filter; level and constraints were not looked at.
+  /// A message that passed the domain filter; level and constraints were not looked at. Does
+  /// nothing by default, which silences all messages.
   virtual void catchMessage(int level, const std::string& location, const std::string& text,
-                            const std::string& domain, int indentDepth, char indentChar) = 0;
+                            const std::string& domain, int indentDepth, char indentChar);
 
   /// A section begins on this thread. @p section serves to tell sections apart.
   virtual void enterSection(const VerboseStream::Indentator* section, int level, const char* file,
@@ -242,6 +244,11 @@ public:
   operator WeakPtr<VerboseCatcher>() const { return weak(); }
   /// Whether there is a live catcher.
   explicit operator bool() const { return static_cast<bool>(weak()); }
+  /// The catcher, not held; null when there is none or it has died.
+  VerboseCatcher* get() const { return weak().get(); }
+  /// Takes the catcher out.
+  void reset() { *this = nullptr; }
+  friend bool operator==(const Slot&, std::nullptr_t) { return weak() == nullptr; }
 
 private:
   static WeakPtr<VerboseCatcher> weak();

@@ -80,7 +80,7 @@ public:
     if (strongOf(word_.fetch_add(OneStrong + OneWeak)) >= 0) [[likely]] {
       return Raise::Done;
     }
-    word_.fetch_sub(OneStrong); // Destroyed by hand in this very moment.
+    markDestructor(); // Destroyed by hand in this very moment: the mark must stay what it is.
     return Raise::Dead;
   }
 

@@ -62,7 +62,7 @@ std::string bytes(memsize_t count) {
 }
 
 bool dying(const Cacheable& entry) {
-  return detail::dying(entry.self());
+  return entry.self().strongCount() < 0;
 }
 
 } // namespace

@@ -143,19 +143,19 @@ void CacheQueue::count(memsize_t bytes, int entries) noexcept {
 }
 
 bool CacheQueue::push_front(const WeakPtr<Cacheable>& object) {
-  return put("CacheQueue::push_front(type=", object, End::Newest, false);
+  return put("CacheQueue::push_front(type=", object, End::Newest, Entry::Insert);
 }
 
 bool CacheQueue::put_in_front(const WeakPtr<Cacheable>& object) {
-  return put("CacheQueue::put_in_front(type=", object, End::Newest, false);
+  return put("CacheQueue::put_in_front(type=", object, End::Newest, Entry::Insert);
 }
 
 bool CacheQueue::put_in_back(const WeakPtr<Cacheable>& object) {
-  return put("CacheQueue::put_in_back(type=", object, End::Oldest, false);
+  return put("CacheQueue::put_in_back(type=", object, End::Oldest, Entry::Insert);
 }
 
 bool CacheQueue::put(const char* operation, const WeakPtr<Cacheable>& object, End end,
-                     bool mayWait) {
+                     Entry entry) {
   const detail::Held<Cacheable> held(object);
   if (!held) {
     return false;
@@ -167,7 +167,7 @@ bool CacheQueue::put(const char* operation, const WeakPtr<Cacheable>& object, En
   }
   TOLVANE_VERBOSE_DOMAIN(100, "Mem") << operation << Typename(held->DomainType())
                                      << " creator=" << Typename(held->CreatorType()) << ")";
-  return held->push(*this, end, mayWait);
+  return held->push(*this, end, entry);
 }
 
 bool CacheQueue::isAlreadyIncluded(const WeakPtr<Cacheable>& object) const {
@@ -310,7 +310,9 @@ memsize_t CacheQueue::purgeEntries(bool tolerant) {
     }
     try {
       const detail::Held<Creature> creator(maker);
-      creator->release();
+      if (creator || isAlreadyIncluded(entry)) {
+        creator->release();
+      }
     } catch (...) {
       if (!tolerant) {
         throw;
@@ -426,6 +428,9 @@ bool CacheQueue::Eviction::run() {
       trace(candidate);
     }
     const detail::Held<Creature> creator(candidate.creator);
+    if (!creator && !queue_.isAlreadyIncluded(candidate.object)) {
+      continue; // The creator died on another thread and its data left or went with it.
+    }
     int answer = 0;
     {
       const Profiler releaseProfiler(EvictionFile, 454, EvictionFunction,
@@ -438,10 +443,11 @@ bool CacheQueue::Eviction::run() {
       released(candidate, *creator, entriesBefore);
       break;
     case 1:
-      temporaries_.put("CacheQueue::push_front(type=", candidate.object, End::Newest, true);
+      temporaries_.put("CacheQueue::push_front(type=", candidate.object, End::Newest,
+                       Entry::MoveAside);
       break;
     case 0:
-      keepers_.put("CacheQueue::push_front(type=", candidate.object, End::Newest, true);
+      keepers_.put("CacheQueue::push_front(type=", candidate.object, End::Newest, Entry::MoveAside);
       kept(candidate, *creator);
       break;
     default:

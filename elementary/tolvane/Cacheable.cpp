@@ -124,7 +124,29 @@ bool Cacheable::markAsUsed() {
     node = queue->self();
   }
   const detail::Held<Cacheable> held(node);
-  return held && queue->push_front(self());
+  return held && queue->put("CacheQueue::push_front(type=", self(), End::Newest, Entry::Refresh);
+}
+
+bool Cacheable::leaveQueue() {
+  for (int attempts = 100;; --attempts) {
+    const unsigned version = sizeVersion_.load();
+    const memsize_t size = memsize();
+    const std::lock_guard own(mutex_);
+    if (queue_ == nullptr) {
+      return false;
+    }
+    if (version != sizeVersion_.load() && attempts > 0) {
+      continue;
+    }
+    // The queue may die as soon as its ring is released.
+    const std::lock_guard ring(queue_->Cacheable::mutex_);
+    unlink();
+    if (!predestructed_) {
+      queue_->count(-size, -1);
+    }
+    queue_ = nullptr;
+    return true;
+  }
 }
 
 void Cacheable::PreDestructor() {
@@ -137,19 +159,19 @@ void Cacheable::PreDestructor() {
 }
 
 bool Cacheable::push_back(CacheQueue& queue) {
-  return push(queue, End::Oldest, false);
+  return push(queue, End::Oldest, Entry::Insert);
 }
 
 bool Cacheable::push_front(CacheQueue& queue) {
-  return push(queue, End::Newest, false);
+  return push(queue, End::Newest, Entry::Insert);
 }
 
-bool Cacheable::push(CacheQueue& queue, End end, bool mayWait) {
+bool Cacheable::push(CacheQueue& queue, End end, Entry entry) {
   if (isAnchor_) {
     throw std::invalid_argument("Cacheable: a CacheQueue cannot be an entry of a queue, its links "
                                 "are those of its own ring");
   }
-  const CacheQueue::Lock lock(queue, mayWait);
+  const CacheQueue::Lock lock(queue, entry == Entry::MoveAside);
   if (!lock) {
     return false;
   }
@@ -157,7 +179,7 @@ bool Cacheable::push(CacheQueue& queue, End end, bool mayWait) {
     const unsigned version = sizeVersion_.load();
     const memsize_t size = memsize();
     const std::lock_guard own(mutex_);
-    if (predestructed_) {
+    if (predestructed_ || (queue_ == nullptr && entry != Entry::Insert)) {
       return false;
     }
     if (version == sizeVersion_.load() || attempts <= 0) {

@@ -7,6 +7,12 @@
 
 namespace Tolvane {
 
+namespace {
+
+constexpr const char* withoutHolder = "No strong references for Creature!";
+
+} // namespace
+
 Creature::Exception::Exception(const Exception& other) = default;
 
 Creature::Exception::~Exception() = default;
@@ -57,7 +63,7 @@ void Creature::setCacheManager(const WeakPtr<Cache, CacheBase>& cache) {
 
 void Creature::enableCaching(bool asOldest) const {
   if (self().strongCount() < 1) {
-    throw "No strong references for Creature!";
+    throw withoutHolder;
   }
   const StrongPtr<Cacheable> data = getCacheable();
   if (!data) {
@@ -69,13 +75,30 @@ void Creature::enableCaching(bool asOldest) const {
     std::fflush(stdout);
     throw "No Cache!";
   }
-  while (!cache->insert(data, asOldest)) {
-    TOLVANE_VERBOSE_DOMAIN(1, "Mem") << "Creature::enableCaching(): no room for " << addrstr()
-                                     << " of type " << data->DomainType();
-    if (!cache->handleOutOfMemory(data, self())) {
-      break;
+  offer(*cache, data, asOldest);
+}
+
+bool Creature::handOver(const StrongPtr<Cacheable>& data, bool asOldest) const {
+  const detail::Held<Cache, CacheBase> cache(cacheManager());
+  if (!cache) {
+    return false;
+  }
+  if (self().strongCount() < 1) {
+    throw withoutHolder;
+  }
+  return offer(*cache, data, asOldest);
+}
+
+bool Creature::offer(Cache& cache, const StrongPtr<Cacheable>& data, bool asOldest) const {
+  while (!cache.insert(data, asOldest)) {
+    TOLVANE_VERBOSE_DOMAIN(1, "Mem")
+        << "Creature::enableCaching(): no room for " << to_address_string(data.get()) << " of type "
+        << data->DomainType();
+    if (!cache.handleOutOfMemory(data, self())) {
+      return false;
     }
   }
+  return true;
 }
 
 void Creature::list_info() const {

@@ -8,7 +8,6 @@
 #include <cstdio>
 #include <ctime>
 #include <mutex>
-#include <type_traits>
 #include <utility>
 
 namespace Tolvane {
@@ -24,11 +23,12 @@ struct Log {
   std::atomic<bool> created{false};
 };
 
-// Made without code and never destroyed, so that it is there for the first and the last report.
-constinit Log log;
-static_assert(std::is_trivially_destructible_v<Log>);
+Log& theLog() {
+  static Log& log = *new Log;
+  return log;
+}
 
-std::FILE* openLog() {
+std::FILE* openLog(Log& log) {
   std::FILE* file = std::fopen(logName, log.created.load() ? "at" : "wt");
   if (file)
     log.created.store(true);
@@ -43,13 +43,14 @@ void write(std::FILE* file, const std::string& report, const std::string& stack)
 }
 
 void writeToLog(const std::string& report, const std::string& stack) {
+  Log& log = theLog();
   const auto lock = detail::lockUnlessEnding(log.mutex);
   if (lock.owns_lock() && !log.closed) {
     if (!log.file)
-      log.file = openLog();
+      log.file = openLog(log);
     if (log.file)
       write(log.file, report, stack);
-  } else if (std::FILE* file = openLog()) {
+  } else if (std::FILE* file = openLog(log)) {
     // The process is ending and has closed the log, or a thread that is gone had locked it.
     write(file, report, stack);
     std::fclose(file);
@@ -119,7 +120,12 @@ void Irregularity::append(std::string_view piece) noexcept {
   }
 }
 
+void detail::prepareIrregularityLog() {
+  theLog();
+}
+
 void detail::closeIrregularityLog() noexcept {
+  Log& log = theLog();
   try {
     const auto lock = lockUnlessEnding(log.mutex);
     if (!lock.owns_lock())

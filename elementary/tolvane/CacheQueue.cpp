@@ -427,20 +427,22 @@ bool CacheQueue::Eviction::run() {
     if (Cache::verbosity() > 0) {
       trace(candidate);
     }
-    const detail::Held<Creature> creator(candidate.creator);
-    if (!creator && !queue_.isAlreadyIncluded(candidate.object)) {
+    const detail::Held<Creature> held(candidate.creator);
+    if (!held && !queue_.isAlreadyIncluded(candidate.object)) {
       continue; // The creator died on another thread and its data left or went with it.
     }
+    // Without a live creator the access to the entry's own pointer reports and throws.
+    Creature& creator = held ? *held : *candidate.creator;
     int answer = 0;
     {
       const Profiler releaseProfiler(EvictionFile, 454, EvictionFunction,
                                      "CacheQueue: Creator->release()", EvictionLevel);
-      answer = creator->release();
+      answer = creator.release();
     }
     ++releasedItems_;
     switch (answer) {
     case 2:
-      released(candidate, *creator, entriesBefore);
+      released(candidate, creator, entriesBefore);
       break;
     case 1:
       temporaries_.put("CacheQueue::push_front(type=", candidate.object, End::Newest,
@@ -448,7 +450,7 @@ bool CacheQueue::Eviction::run() {
       break;
     case 0:
       keepers_.put("CacheQueue::push_front(type=", candidate.object, End::Newest, Entry::MoveAside);
-      kept(candidate, *creator);
+      kept(candidate, creator);
       break;
     default:
       break;

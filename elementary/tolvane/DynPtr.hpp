@@ -244,11 +244,12 @@ protected:
     return target;
   }
 
-  /// What the record's object casts to; anything else than `object` is reported.
+  /// What the record's object casts to; anything else than `object` is reported. An object that is
+  /// being destroyed has left its record and gives null.
   T* verifiedTarget(const detail::Referer& referer, T* object) const noexcept {
     auto* stored = static_cast<ReferenceBase<Base>*>(referer.object());
     T* target = dynamic_cast<T*>(stored);
-    if (target != object) [[unlikely]] {
+    if (target != object && stored != nullptr) [[unlikely]] {
       const ReferenceBase<Base>& actual = *object;
       SpeakPtr::theSpeaker().InconsistentDynPtr(typeid(T), typeid(Base), typeid(actual), target,
                                                 object, stored, object, serial_);

@@ -49,7 +49,7 @@ Cache::OutOfMemory::OutOfMemory(const StrongPtr<Cacheable>& object,
                                 const WeakPtr<Creature>& creator,
                                 const WeakPtr<Cache, CacheBase>& cache)
     : Exception(outOfMemoryText(object.get()), __FILE__, __LINE__), object_(object),
-      creator_(creator), cache_(cache), text_(outOfMemoryText(object.get())) {}
+      creator_(creator), cache_(cache), text_(description().c_str()) {}
 
 Cache::OutOfMemory::OutOfMemory(const OutOfMemory& other) = default;
 
@@ -96,6 +96,10 @@ bool Cache::insert(const WeakPtr<Cacheable>& object, bool asOldest) {
     }
   }
   purge_Hades();
+  // The zombies may have held the object, or have been a part of it.
+  if (!admissible(object, admission)) {
+    return false;
+  }
   const auto refuse = [&] {
     TOLVANE_VERBOSE_DOMAIN(1, "Mem") << "Cache<" << name() << ">::insert(): no room for "
                                      << mem(admission.cost) << " of " << *admission.domain;

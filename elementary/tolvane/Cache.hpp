@@ -111,6 +111,9 @@ public:
   /// The number of objects in the cache.
   std::uint32_t nEntries() const;
 
+  /// The objects as they are filed, to look at; lives as long as the cache.
+  const CreatorCacheMap& objects() const noexcept { return objects_; }
+
   /// Prints the cache to standard output: everything, one creator domain, or one data domain of
   /// it.
   void list_info() const;

@@ -75,6 +75,12 @@ public:
   /// The number of entries of all queues.
   std::uint32_t nEntries() const;
 
+  /// The single queues, to look at; null until the queue is first needed. They live as long as
+  /// the domain.
+  const CacheQueue* primary() const noexcept { return primary_.get(); }
+  const CacheQueue* temporaries() const noexcept { return temporaries_.get(); }
+  const CacheQueue* keepers() const noexcept { return keepers_.get(); }
+
 private:
   /// A queue that is made when it is first needed and stays from then on.
   struct Slot {

@@ -8,6 +8,7 @@
 #include <tolvane/Irregularity.hpp>
 #include <tolvane/Profiler.hpp>
 #include <tolvane/Typename.hpp>
+#include <tolvane/UnloadLockInternal.hpp>
 #include <tolvane/Verbose.hpp>
 
 #include <cstdio>
@@ -142,19 +143,19 @@ void CacheQueue::count(memsize_t bytes, int entries) noexcept {
 }
 
 bool CacheQueue::push_front(const WeakPtr<Cacheable>& object) {
-  return put("CacheQueue::push_front(type=", object, End::Newest, false);
+  return put("CacheQueue::push_front(type=", object, End::Newest, Entry::Insert);
 }
 
 bool CacheQueue::put_in_front(const WeakPtr<Cacheable>& object) {
-  return put("CacheQueue::put_in_front(type=", object, End::Newest, false);
+  return put("CacheQueue::put_in_front(type=", object, End::Newest, Entry::Insert);
 }
 
 bool CacheQueue::put_in_back(const WeakPtr<Cacheable>& object) {
-  return put("CacheQueue::put_in_back(type=", object, End::Oldest, false);
+  return put("CacheQueue::put_in_back(type=", object, End::Oldest, Entry::Insert);
 }
 
 bool CacheQueue::put(const char* operation, const WeakPtr<Cacheable>& object, End end,
-                     bool mayWait) {
+                     Entry entry) {
   const detail::Held<Cacheable> held(object);
   if (!held) {
     return false;
@@ -166,7 +167,7 @@ bool CacheQueue::put(const char* operation, const WeakPtr<Cacheable>& object, En
   }
   TOLVANE_VERBOSE_DOMAIN(100, "Mem") << operation << Typename(held->DomainType())
                                      << " creator=" << Typename(held->CreatorType()) << ")";
-  return held->push(*this, end, mayWait);
+  return held->push(*this, end, entry);
 }
 
 bool CacheQueue::isAlreadyIncluded(const WeakPtr<Cacheable>& object) const {
@@ -272,6 +273,8 @@ memsize_t CacheQueue::purgeEntries(bool tolerant) {
   // Whom this walk has asked: an entry that moves to the front is not asked again for it, or two
   // that take turns would keep the walk going for ever.
   std::unordered_set<WeakPtr<Cacheable>> asked;
+  // Who could not be asked; once told is enough.
+  std::unordered_set<WeakPtr<Cacheable>> hopeless;
 
   const auto next = [&](const Cacheable* after) {
     std::unique_lock<detail::PosixMutex> own;
@@ -307,19 +310,22 @@ memsize_t CacheQueue::purgeEntries(bool tolerant) {
     }
     try {
       const detail::Held<Creature> creator(maker);
-      creator->release();
+      if (creator || isAlreadyIncluded(entry)) {
+        creator->release();
+      }
     } catch (...) {
       if (!tolerant) {
         throw;
       }
       TOLVANE_IRREGULARITY("an entry of a dying queue could not be asked to release its data");
+      hopeless.insert(entry);
     }
     const detail::Held<Cacheable> held(entry);
     if (held) {
       entry = next(held.get());
     } else {
       freed += size;
-      asked.clear();
+      asked = hopeless;
       entry = next(nullptr);
     }
   }
@@ -334,10 +340,14 @@ void CacheQueue::releaseEntries() {
     if (entry == this) {
       break;
     }
-    if (entry->mutex_.try_lock()) {
+    // A thread that is gone while the process ends never lets go of the entry.
+    const bool taken = entry->mutex_.try_lock();
+    if (taken || detail::otherThreadsAreGone()) {
       entry->unlink();
       entry->queue_ = nullptr;
-      entry->mutex_.unlock();
+      if (taken) {
+        entry->mutex_.unlock();
+      }
     } else {
       ring.unlock();
       std::this_thread::yield();
@@ -373,6 +383,7 @@ private:
   void trace(const Candidate& candidate) const;
   void released(const Candidate& candidate, Creature& creator, std::uint32_t entriesBefore) const;
   void kept(const Candidate& candidate, const Creature& creator) const;
+  std::string diagnosis(const Candidate& candidate, const Creature& creator) const;
 
   CacheQueue& queue_;
   const CacheBase& cache_;
@@ -416,24 +427,30 @@ bool CacheQueue::Eviction::run() {
     if (Cache::verbosity() > 0) {
       trace(candidate);
     }
-    const detail::Held<Creature> creator(candidate.creator);
+    const detail::Held<Creature> held(candidate.creator);
+    if (!held && !queue_.isAlreadyIncluded(candidate.object)) {
+      continue; // The creator died on another thread and its data left or went with it.
+    }
+    // Without a live creator the access to the entry's own pointer reports and throws.
+    Creature& creator = held ? *held : *candidate.creator;
     int answer = 0;
     {
       const Profiler releaseProfiler(EvictionFile, 454, EvictionFunction,
                                      "CacheQueue: Creator->release()", EvictionLevel);
-      answer = creator->release();
+      answer = creator.release();
     }
     ++releasedItems_;
     switch (answer) {
     case 2:
-      released(candidate, *creator, entriesBefore);
+      released(candidate, creator, entriesBefore);
       break;
     case 1:
-      temporaries_.put("CacheQueue::push_front(type=", candidate.object, End::Newest, true);
+      temporaries_.put("CacheQueue::push_front(type=", candidate.object, End::Newest,
+                       Entry::MoveAside);
       break;
     case 0:
-      keepers_.put("CacheQueue::push_front(type=", candidate.object, End::Newest, true);
-      kept(candidate, *creator);
+      keepers_.put("CacheQueue::push_front(type=", candidate.object, End::Newest, Entry::MoveAside);
+      kept(candidate, creator);
       break;
     default:
       break;
@@ -498,38 +515,36 @@ void CacheQueue::Eviction::released(const Candidate& candidate, Creature& creato
   if (queue_.nEntries() == entriesBefore - 1) {
     return;
   }
-  VerboseStream report(false, false, 1, EvictionFile, __LINE__, EvictionFunction, "", "Mem");
-  if (report) {
-    report << " CACHE successful release of " << bytes(candidate.size) << ", had "
-           << std::to_string(entriesBefore) << " entries, now "
-           << std::to_string(queue_.nEntries());
+  TOLVANE_VERBOSE_DOMAIN(1, "Mem")
+      << " CACHE successful release of " << bytes(candidate.size) << ", had "
+      << std::to_string(entriesBefore) << " entries, now " << std::to_string(queue_.nEntries());
+  if (VerboseStream::show(1)) {
     queue_.list_info(0);
   }
 }
 
 /// Says why an object stays in memory.
 void CacheQueue::Eviction::kept(const Candidate& candidate, const Creature& creator) const {
-  VerboseStream report(false, false, 10, EvictionFile, __LINE__, EvictionFunction, "", "Mem");
-  if (!report) {
-    return;
-  }
+  TOLVANE_VERBOSE_DOMAIN(10, "Mem") << diagnosis(candidate, creator);
+}
+
+std::string CacheQueue::Eviction::diagnosis(const Candidate& candidate,
+                                            const Creature& creator) const {
   const int strong = candidate.object.strongCount();
-  if (strong == 1) {
-    report << "possible internal Creator issue while the reference count is correct.";
-  } else {
-    report << strong
-           << " additional reference counters were found that keep this data object alive.";
-  }
-  report << " Data object in charge [" << creator.addrstr() << "]";
-  if (creator.isReproducible()) {
-    report << " These data could be reproduced by " << creator.hasProducer();
-  } else {
-    report << " These data CANNOT be reproduced and thus must be kept in memory.";
-  }
-  report << " " << std::to_string(queue_.nEntries()) << " releasable and "
-         << std::to_string(keepers_.nEntries()) << " kept objects (domain "
-         << Typename(*candidate.domain) << ", creator domain " << Typename(*candidate.creatorDomain)
-         << ")";
+  std::string text =
+      strong == 1
+          ? "possible internal Creator issue while the reference count is correct."
+          : std::to_string(strong) +
+                " additional reference counters were found that keep this data object alive.";
+  text += " Data object in charge [" + creator.addrstr() + "]";
+  text += creator.isReproducible()
+              ? " These data could be reproduced by " + creator.hasProducer()
+              : " These data CANNOT be reproduced and thus must be kept in memory.";
+  text += " " + std::to_string(queue_.nEntries()) + " releasable and " +
+          std::to_string(keepers_.nEntries()) + " kept objects (domain " +
+          Typename(*candidate.domain) + ", creator domain " + Typename(*candidate.creatorDomain) +
+          ")";
+  return text;
 }
 
 } // namespace Tolvane

@@ -120,7 +120,7 @@ private:
   CacheQueue(std::shared_ptr<detail::CacheTotals> totals, bool releasable);
 
   void count(memsize_t bytes, int entries) noexcept;
-  bool put(const char* operation, const WeakPtr<Cacheable>& object, End end, bool mayWait);
+  bool put(const char* operation, const WeakPtr<Cacheable>& object, End end, Entry entry);
   std::vector<WeakPtr<Cacheable>> snapshot() const;
   memsize_t purgeEntries(bool tolerant);
   void releaseEntries();

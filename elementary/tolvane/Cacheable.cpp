@@ -104,25 +104,49 @@ void Cacheable::adjustCacheableSize(unsigned long long delta) {
 
 void Cacheable::countDelta(memsize_t delta) noexcept {
   sizeVersion_.fetch_add(1);
-  if (queue_ != nullptr) {
+  // A dying object is no longer part of the sums; its destructors may well shrink it.
+  if (queue_ != nullptr && !predestructed_) {
     queue_->count(delta, 0);
   }
 }
 
 bool Cacheable::markAsUsed() {
-  StrongPtr<CacheQueue, Cacheable> held;
   CacheQueue* queue = nullptr;
+  WeakPtr<Cacheable> node;
   {
-    // A queue lets go of its entries before it dies, so it is whole as long as this lock is held;
-    // from then on the hold keeps it, where it has an owner.
+    // A queue lets go of its entries before it dies, so its record is there as long as this lock
+    // is held; from then on the hold keeps the queue, where it has an owner.
     const std::lock_guard lock(mutex_);
-    if (queue_ == nullptr || queue_->self().strongCount() < 0) {
+    if (queue_ == nullptr) {
       return false;
     }
     queue = queue_;
-    held = StrongPtr<CacheQueue, Cacheable>::holdIfHeld(WeakPtr<CacheQueue, Cacheable>(queue));
+    node = queue->self();
   }
-  return queue->push_front(self());
+  const detail::Held<Cacheable> held(node);
+  return held && queue->put("CacheQueue::push_front(type=", self(), End::Newest, Entry::Refresh);
+}
+
+bool Cacheable::leaveQueue() {
+  for (int attempts = 100;; --attempts) {
+    const unsigned version = sizeVersion_.load();
+    const memsize_t size = memsize();
+    const std::lock_guard own(mutex_);
+    if (queue_ == nullptr) {
+      return false;
+    }
+    if (version != sizeVersion_.load() && attempts > 0) {
+      continue;
+    }
+    // The queue may die as soon as its ring is released.
+    const std::lock_guard ring(queue_->Cacheable::mutex_);
+    unlink();
+    if (!predestructed_) {
+      queue_->count(-size, -1);
+    }
+    queue_ = nullptr;
+    return true;
+  }
 }
 
 void Cacheable::PreDestructor() {
@@ -135,19 +159,19 @@ void Cacheable::PreDestructor() {
 }
 
 bool Cacheable::push_back(CacheQueue& queue) {
-  return push(queue, End::Oldest, false);
+  return push(queue, End::Oldest, Entry::Insert);
 }
 
 bool Cacheable::push_front(CacheQueue& queue) {
-  return push(queue, End::Newest, false);
+  return push(queue, End::Newest, Entry::Insert);
 }
 
-bool Cacheable::push(CacheQueue& queue, End end, bool mayWait) {
+bool Cacheable::push(CacheQueue& queue, End end, Entry entry) {
   if (isAnchor_) {
     throw std::invalid_argument("Cacheable: a CacheQueue cannot be an entry of a queue, its links "
                                 "are those of its own ring");
   }
-  const CacheQueue::Lock lock(queue, mayWait);
+  const CacheQueue::Lock lock(queue, entry == Entry::MoveAside);
   if (!lock) {
     return false;
   }
@@ -155,6 +179,9 @@ bool Cacheable::push(CacheQueue& queue, End end, bool mayWait) {
     const unsigned version = sizeVersion_.load();
     const memsize_t size = memsize();
     const std::lock_guard own(mutex_);
+    if (predestructed_ || (queue_ == nullptr && entry != Entry::Insert)) {
+      return false;
+    }
     if (version == sizeVersion_.load() || attempts <= 0) {
       moveTo(queue, end, size);
       return true;
@@ -182,12 +209,13 @@ void Cacheable::moveTo(CacheQueue& queue, End end, memsize_t size) {
       linkBetween(anchor, *anchor.next_.get());
     }
     queue_ = &queue;
-  }
-  if (old != &queue) {
-    if (old != nullptr) {
-      old->count(-size, -1);
+    // Still inside the ring's lock: the old queue may die as soon as it is released.
+    if (old != &queue) {
+      if (old != nullptr) {
+        old->count(-size, -1);
+      }
+      queue.count(size, 1);
     }
-    queue.count(size, 1);
   }
 }
 

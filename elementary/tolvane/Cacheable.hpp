@@ -110,6 +110,12 @@ public:
   /// queue is busy on another thread while this one answers a release request.
   bool markAsUsed();
 
+  /// Takes the object out of its queue and of its sums, for a creator that goes before its data: an
+  /// entry without a creator is misuse of the queue. From then on markAsUsed() does not bring it
+  /// back, an insertion does. Returns whether it stood in a queue. Waits for no queue, so a release
+  /// may call it, too.
+  bool leaveQueue();
+
   /// Called when the last strong pointer went, before the destructor: takes the object out of the
   /// sums of its queue.
   void PreDestructor();
@@ -117,7 +123,8 @@ public:
   /// Makes the object the oldest of `queue`, wherever it stood before. Throws std::system_error
   /// when this thread holds the queue already, because it answers a release request of it.
   /// Returns false, and changes nothing, where the queue is busy on another thread while this one
-  /// answers a release request of a second queue.
+  /// answers a release request of a second queue, and for an object whose last strong pointer went.
+  /// A queue cannot be an entry of a queue: std::invalid_argument.
   bool push_back(CacheQueue& queue);
 
   /// Makes the object the newest of `queue`; otherwise as push_back().
@@ -150,6 +157,14 @@ private:
 
   enum class End { Newest, Oldest };
 
+  /// Which objects come into a queue, and how much the caller may wait for it.
+  enum class Entry {
+    Insert,    ///< Every object.
+    Refresh,   ///< Only one that stands in a queue: what left the cache stays out.
+    MoveAside, ///< The same, into a side queue. It is always taken after its primary queue, so
+               ///< waiting for it inside of that is safe.
+  };
+
   /// A link of the ring. Only whether a ring is empty is ever asked without its lock.
   class Link {
   public:
@@ -165,7 +180,7 @@ private:
   struct Anchor {};
   explicit Cacheable(Anchor);
 
-  bool push(CacheQueue& queue, End end, bool mayWait);
+  bool push(CacheQueue& queue, End end, Entry entry);
   void moveTo(CacheQueue& queue, End end, memsize_t size);
   void unlink() noexcept;
   void linkBetween(Cacheable& prev, Cacheable& next) noexcept;

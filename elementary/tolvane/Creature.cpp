@@ -1,10 +1,17 @@
 #include <tolvane/Cache.hpp>
 #include <tolvane/Creature.hpp>
+#include <tolvane/HeldInternal.hpp>
 #include <tolvane/Verbose.hpp>
 
 #include <cstdio>
 
 namespace Tolvane {
+
+namespace {
+
+constexpr const char* withoutHolder = "No strong references for Creature!";
+
+} // namespace
 
 Creature::Exception::Exception(const Exception& other) = default;
 
@@ -56,25 +63,42 @@ void Creature::setCacheManager(const WeakPtr<Cache, CacheBase>& cache) {
 
 void Creature::enableCaching(bool asOldest) const {
   if (self().strongCount() < 1) {
-    throw "No strong references for Creature!";
+    throw withoutHolder;
   }
   const StrongPtr<Cacheable> data = getCacheable();
   if (!data) {
     return;
   }
-  const StrongPtr<Cache, CacheBase> cache = cacheManager().lock();
+  const detail::Held<Cache, CacheBase> cache(cacheManager());
   if (!cache) {
     std::printf("Creature::enableCaching(): No Cache!\n");
     std::fflush(stdout);
     throw "No Cache!";
   }
-  while (!cache->insert(data, asOldest)) {
-    TOLVANE_VERBOSE_DOMAIN(1, "Mem") << "Creature::enableCaching(): no room for " << addrstr()
-                                     << " of type " << data->DomainType();
-    if (!cache->handleOutOfMemory(data, self())) {
-      break;
+  offer(*cache, data, asOldest);
+}
+
+bool Creature::handOver(const StrongPtr<Cacheable>& data, bool asOldest) const {
+  const detail::Held<Cache, CacheBase> cache(cacheManager());
+  if (!cache) {
+    return false;
+  }
+  if (self().strongCount() < 1) {
+    throw withoutHolder;
+  }
+  return offer(*cache, data, asOldest);
+}
+
+bool Creature::offer(Cache& cache, const StrongPtr<Cacheable>& data, bool asOldest) const {
+  while (!cache.insert(data, asOldest)) {
+    TOLVANE_VERBOSE_DOMAIN(1, "Mem")
+        << "Creature::enableCaching(): no room for " << to_address_string(data.get()) << " of type "
+        << data->DomainType();
+    if (!cache.handleOutOfMemory(data, self())) {
+      return false;
     }
   }
+  return true;
 }
 
 void Creature::list_info() const {

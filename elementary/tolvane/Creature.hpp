@@ -30,6 +30,11 @@
 ///     brick_ = nullptr;
 ///     return 2;            // gone
 ///   }
+///   void unction() override {
+///     if (brick_) {
+///       brick_->leaveQueue(); // a brick that somebody still uses must not stay without its reader
+///     }
+///   }
 ///
 /// private:
 ///   Tolvane::StrongPtr<Tolvane::Cacheable> brick_;
@@ -78,6 +83,9 @@ public:
   /// The data object as it is; empty when there is none at the moment. Never makes it.
   virtual StrongPtr<Cacheable> getCacheable() const = 0;
 
+  /// Whether there is a live data object.
+  virtual bool hasData() const;
+
   /// Whether the data could be made again after a release. False by default.
   virtual bool isReproducible() const;
 
@@ -89,9 +97,6 @@ public:
 
   /// A description of what this creature's data is made from; empty by default.
   virtual std::string hasProducer() const;
-
-  /// Whether there is a live data object.
-  virtual bool hasData() const;
 
   /// Where the data is handed to; empty for nowhere.
   WeakPtr<Cache, CacheBase> cacheManager() const;
@@ -131,7 +136,15 @@ public:
   /// The path of the last record, from the root on; empty when there is none.
   std::string provenancePath(char separator = '/') const;
 
+protected:
+  /// Hands `data`, made by this creature, to the cache manager if there is one, as enableCaching()
+  /// does and with its exceptions. Returns whether the data is in the cache now: false without a
+  /// cache, or when the handleOutOfMemory() of a derived one wants the data used without caching.
+  bool handOver(const StrongPtr<Cacheable>& data, bool asOldest) const;
+
 private:
+  bool offer(Cache& cache, const StrongPtr<Cacheable>& data, bool asOldest) const;
+
   WeakPtr<Cache, CacheBase> cache_;
   std::list<StrongPtr<Provenance>> provenance_;
   mutable std::mutex mutex_; // guards the two above

@@ -3,6 +3,7 @@
 #include <tolvane/Cache.hpp>
 #include <tolvane/CacheFiguresInternal.hpp>
 #include <tolvane/Environment.hpp>
+#include <tolvane/HeldInternal.hpp>
 #include <tolvane/SystemMemory.hpp>
 
 #include <algorithm>
@@ -65,6 +66,7 @@ std::optional<memsize_t> thirdOfMemory() {
                 "TOLVANE_CACHESIZE=30GB to use 30GB of memory instead (for instance, if you have "
                 "that many).\n",
                 static_cast<double>(*limit) / (1024.0 * 1024.0 * 1024.0));
+    std::fflush(stdout);
   }
   std::fclose(file);
   return limit;
@@ -100,7 +102,7 @@ CacheFigures cacheFigures(const Cache& cache) {
 }
 
 CacheFigures cacheFigures(const WeakPtr<Cache, CacheBase>& cache) {
-  const StrongPtr<Cache, CacheBase> live = cache.lock();
+  const Held<Cache, CacheBase> live(cache);
   return live ? cacheFigures(*live) : CacheFigures{false, 0, 0};
 }
 

@@ -18,9 +18,16 @@ namespace Tolvane::detail {
 template <class T, class Base = T>
 class Held {
 public:
-  explicit Held(const WeakPtr<T, Base>& pointer)
-      : hold_(StrongPtr<T, Base>::holdIfHeld(pointer)),
-        object_(hold_ != nullptr || pointer.strongCount() == 0 ? pointer.get() : nullptr) {}
+  explicit Held(const WeakPtr<T, Base>& pointer) {
+    do {
+      hold_ = StrongPtr<T, Base>::holdIfHeld(pointer);
+      if (hold_ != nullptr || pointer.strongCount() == 0) {
+        object_ = pointer.get();
+        return;
+      }
+      // Again where the first strong pointer of all came between the two looks.
+    } while (pointer.strongCount() > 0);
+  }
 
   /// The object; null when it is gone.
   T* get() const noexcept { return object_; }
@@ -32,7 +39,7 @@ public:
 
 private:
   StrongPtr<T, Base> hold_;
-  T* object_;
+  T* object_ = nullptr;
 };
 
 } // namespace Tolvane::detail

@@ -80,7 +80,7 @@ public:
     if (strongOf(word_.fetch_add(OneStrong + OneWeak)) >= 0) [[likely]] {
       return Raise::Done;
     }
-    word_.fetch_sub(OneStrong); // Destroyed by hand in this very moment.
+    markDestructor(); // Destroyed by hand in this very moment: the mark must stay what it is.
     return Raise::Dead;
   }
 
@@ -89,7 +89,7 @@ public:
   Raise lock(std::int32_t least = 0) noexcept {
     std::uint64_t word = word_.load();
     do {
-      if (strongOf(word) < least || object_.load() == nullptr) {
+      if (strongOf(word) < least || object() == nullptr) {
         return Raise::Dead;
       }
       if (strongOf(word) == MaxCount || weakOf(word) == MaxCount) [[unlikely]] {
@@ -99,31 +99,24 @@ public:
     return Raise::Done;
   }
 
-  /// Drops a strong pointer that is not the last one, with its hold on the record. Returns false
-  /// and changes nothing when the strong count is 1 or less.
-  bool dropShared() noexcept {
+  /// Drops a strong pointer that is not the last one, with its hold on the record. Returns the
+  /// strong count that decided; with 1 or less nothing was changed.
+  std::int32_t dropShared() noexcept {
     std::uint64_t word = word_.load(std::memory_order_relaxed);
-    while (strongOf(word) > 1) {
-      if (word_.compare_exchange_weak(word, word - OneStrong - OneWeak)) [[likely]] {
-        return true;
-      }
+    while (strongOf(word) > 1 && !word_.compare_exchange_weak(word, word - OneStrong - OneWeak)) {
     }
-    return false;
+    return strongOf(word);
   }
 
-  /// Lowers the strong count alone, unless it is below 1. Returns the counts as they were before.
+  /// Lowers the strong count alone, unless it is below 1. The last one marks the object as dead in
+  /// the same step: a count of 0 in between would be taken for that of an object which nobody ever
+  /// held, and looked at while it is destroyed. A reference taken meanwhile cancels the mark.
+  /// Returns the counts as they were before.
   Counts dropStrong() noexcept {
     std::uint64_t word = word_.load();
-    while (strongOf(word) >= 1 && !word_.compare_exchange_weak(word, word - OneStrong)) {
-    }
-    return unpack(word);
-  }
-
-  /// Marks the object as dead if its strong count is exactly 0; a reference taken meanwhile
-  /// cancels it. Returns the counts that decided.
-  Counts markDestroyed() noexcept {
-    std::uint64_t word = word_.load();
-    while (strongOf(word) == 0 && !word_.compare_exchange_weak(word, withStrong(word, Destroyed))) {
+    while (strongOf(word) >= 1 &&
+           !word_.compare_exchange_weak(word, strongOf(word) == 1 ? withStrong(word, Destroyed)
+                                                                  : word - OneStrong)) {
     }
     return unpack(word);
   }

@@ -23,6 +23,7 @@
 #include <tolvane/Counter.hpp>
 #include <tolvane/CreatorCacheMap.hpp>
 #include <tolvane/Creature.hpp>
+#include <tolvane/DataCreature.hpp>
 #include <tolvane/DynPtr.hpp>
 #include <tolvane/Environment.hpp>
 #include <tolvane/Exception.hpp>

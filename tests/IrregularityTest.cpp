@@ -16,6 +16,12 @@ namespace {
 namespace fs = std::filesystem;
 using Arguments = std::vector<std::string>;
 
+std::string contentOf(const std::string& path) {
+  std::ostringstream text;
+  text << std::ifstream(path, std::ios::binary).rdbuf();
+  return textOf(text.str());
+}
+
 // The log that the probe leaves in a folder of its own; nothing when there is none.
 class IrregularityLog : public testing::Test {
 protected:
@@ -28,9 +34,7 @@ protected:
     EXPECT_EQ(run.out + run.err, "");
     if (!fs::is_regular_file(log))
       return std::nullopt;
-    std::ostringstream text;
-    text << std::ifstream(log, std::ios::binary).rdbuf();
-    return textOf(text.str());
+    return contentOf(log);
   }
 
   const std::string folder = "reports", log = "reports/Irregularities.log";
@@ -75,6 +79,22 @@ TEST_F(IrregularityLog, HoldsTheReportsOfOneProcess) {
 TEST_F(IrregularityLog, HoldsReportsOfStaticObjects) {
   const std::string late = *logAfter({"late_report"});
   EXPECT_NE(late.find("late.cpp:1 within f() because of the end"), std::string::npos) << late;
+}
+
+TEST_F(IrregularityLog, HoldsReportsThatComeAfterTheEndOfTheLibrary) {
+  const std::string modules = TOLVANE_TEST_MODULE_DIR, suffix = TOLVANE_TEST_MODULE_SUFFIX;
+  const ProbeResult run =
+      runProbe({modules + "/Reports" + suffix},
+               {.environment = {{"TOLVANE_VERBOSITY_FILE_WRITE", "used.txt"}},
+                .directory = folder,
+                .program = TOLVANE_TEST_HOST_DIR "/CallsLate" TOLVANE_TEST_PROGRAM_SUFFIX});
+  EXPECT_EQ(run.exitCode, 0);
+  EXPECT_EQ(textOf(run.err), "\033[1m\033[31mearly\033[0m\n\033[1m\033[31mlate\033[0m\n");
+  const std::string text = contentOf(log);
+  EXPECT_TRUE(matches(text, head + "[^\n]* because of early" + frames + head +
+                                "[^\n]* because of late" + frames))
+      << text;
+  EXPECT_TRUE(contentOf(folder + "/used.txt").ends_with("Reports.cpp\n"));
 }
 
 TEST_F(IrregularityLog, IsDoneWithoutWhenItCannotBeWritten) {

@@ -26,6 +26,8 @@ struct ProbeOptions {
   std::map<std::string, std::optional<std::string>> environment = {};
   /// The working directory; empty for the test's own.
   std::string directory = {};
+  /// Another program to start in place of `tolvane-probe`; empty for that.
+  std::string program = {};
   /// Start without a standard input; otherwise it is empty.
   bool closeStdin = false;
 };

@@ -38,7 +38,8 @@ using StackFrames = std::vector<StackFrame>;
 ///
 /// @par Thread safety
 /// The static functions may be called from any thread. `assertion` is called on the thread that
-/// ran into the breakpoint, so on several threads at once, and no lock of the library is held.
+/// ran into the breakpoint, so on several threads at once. The hook holds no lock; a breakpoint
+/// inside of an eviction comes while the cache holds the queue that is evicted.
 class TOLVANE_API AssertionCallback {
 public:
   AssertionCallback() = default;

@@ -49,7 +49,7 @@ Cache::OutOfMemory::OutOfMemory(const StrongPtr<Cacheable>& object,
                                 const WeakPtr<Creature>& creator,
                                 const WeakPtr<Cache, CacheBase>& cache)
     : Exception(outOfMemoryText(object.get()), __FILE__, __LINE__), object_(object),
-      creator_(creator), cache_(cache), text_(outOfMemoryText(object.get())) {}
+      creator_(creator), cache_(cache), text_(description().c_str()) {}
 
 Cache::OutOfMemory::OutOfMemory(const OutOfMemory& other) = default;
 

@@ -128,6 +128,14 @@ void CacheMap::list_info(const std::type_info& domainType) const {
   }
 }
 
+std::vector<TypeInfo> CacheMap::domains() const {
+  std::vector<TypeInfo> types;
+  for (const auto& domain : domains_->all()) {
+    types.push_back(domain.type);
+  }
+  return types;
+}
+
 const CacheMultiQueue* CacheMap::domain(const std::type_info& domainType) const {
   return domains_->find(domainType);
 }

@@ -1,9 +1,11 @@
 #pragma once
 
 #include <tolvane/CacheMultiQueue.hpp>
+#include <tolvane/TypeInfo.hpp>
 
 #include <memory>
 #include <typeinfo>
+#include <vector>
 
 /// @file
 /// The cached objects of one creator domain, filed by their own type.
@@ -64,6 +66,9 @@ public:
   /// Prints every domain, or one of them, to standard output.
   void list_info() const;
   void list_info(const std::type_info& domainType) const;
+
+  /// The data domains in the order of their first use.
+  std::vector<TypeInfo> domains() const;
 
   /// The queues of a domain; null when there are none. Valid until forget() of that domain.
   const CacheMultiQueue* domain(const std::type_info& domainType) const;

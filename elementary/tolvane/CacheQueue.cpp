@@ -8,6 +8,7 @@
 #include <tolvane/Irregularity.hpp>
 #include <tolvane/Profiler.hpp>
 #include <tolvane/Typename.hpp>
+#include <tolvane/UnloadLockInternal.hpp>
 #include <tolvane/Verbose.hpp>
 
 #include <cstdio>
@@ -61,7 +62,7 @@ std::string bytes(memsize_t count) {
 }
 
 bool dying(const Cacheable& entry) {
-  return detail::dying(entry.self());
+  return entry.self().strongCount() < 0;
 }
 
 } // namespace
@@ -339,10 +340,14 @@ void CacheQueue::releaseEntries() {
     if (entry == this) {
       break;
     }
-    if (entry->mutex_.try_lock()) {
+    // A thread that is gone while the process ends never lets go of the entry.
+    const bool taken = entry->mutex_.try_lock();
+    if (taken || detail::otherThreadsAreGone()) {
       entry->unlink();
       entry->queue_ = nullptr;
-      entry->mutex_.unlock();
+      if (taken) {
+        entry->mutex_.unlock();
+      }
     } else {
       ring.unlock();
       std::this_thread::yield();
@@ -378,6 +383,7 @@ private:
   void trace(const Candidate& candidate) const;
   void released(const Candidate& candidate, Creature& creator, std::uint32_t entriesBefore) const;
   void kept(const Candidate& candidate, const Creature& creator) const;
+  std::string diagnosis(const Candidate& candidate, const Creature& creator) const;
 
   CacheQueue& queue_;
   const CacheBase& cache_;
@@ -421,20 +427,22 @@ bool CacheQueue::Eviction::run() {
     if (Cache::verbosity() > 0) {
       trace(candidate);
     }
-    const detail::Held<Creature> creator(candidate.creator);
-    if (!creator && !queue_.isAlreadyIncluded(candidate.object)) {
+    const detail::Held<Creature> held(candidate.creator);
+    if (!held && !queue_.isAlreadyIncluded(candidate.object)) {
       continue; // The creator died on another thread and its data left or went with it.
     }
+    // Without a live creator the access to the entry's own pointer reports and throws.
+    Creature& creator = held ? *held : *candidate.creator;
     int answer = 0;
     {
       const Profiler releaseProfiler(EvictionFile, 454, EvictionFunction,
                                      "CacheQueue: Creator->release()", EvictionLevel);
-      answer = creator->release();
+      answer = creator.release();
     }
     ++releasedItems_;
     switch (answer) {
     case 2:
-      released(candidate, *creator, entriesBefore);
+      released(candidate, creator, entriesBefore);
       break;
     case 1:
       temporaries_.put("CacheQueue::push_front(type=", candidate.object, End::Newest,
@@ -442,7 +450,7 @@ bool CacheQueue::Eviction::run() {
       break;
     case 0:
       keepers_.put("CacheQueue::push_front(type=", candidate.object, End::Newest, Entry::MoveAside);
-      kept(candidate, *creator);
+      kept(candidate, creator);
       break;
     default:
       break;
@@ -507,38 +515,36 @@ void CacheQueue::Eviction::released(const Candidate& candidate, Creature& creato
   if (queue_.nEntries() == entriesBefore - 1) {
     return;
   }
-  VerboseStream report(false, false, 1, EvictionFile, __LINE__, EvictionFunction, "", "Mem");
-  if (report) {
-    report << " CACHE successful release of " << bytes(candidate.size) << ", had "
-           << std::to_string(entriesBefore) << " entries, now "
-           << std::to_string(queue_.nEntries());
+  TOLVANE_VERBOSE_DOMAIN(1, "Mem")
+      << " CACHE successful release of " << bytes(candidate.size) << ", had "
+      << std::to_string(entriesBefore) << " entries, now " << std::to_string(queue_.nEntries());
+  if (VerboseStream::show(1)) {
     queue_.list_info(0);
   }
 }
 
 /// Says why an object stays in memory.
 void CacheQueue::Eviction::kept(const Candidate& candidate, const Creature& creator) const {
-  VerboseStream report(false, false, 10, EvictionFile, __LINE__, EvictionFunction, "", "Mem");
-  if (!report) {
-    return;
-  }
+  TOLVANE_VERBOSE_DOMAIN(10, "Mem") << diagnosis(candidate, creator);
+}
+
+std::string CacheQueue::Eviction::diagnosis(const Candidate& candidate,
+                                            const Creature& creator) const {
   const int strong = candidate.object.strongCount();
-  if (strong == 1) {
-    report << "possible internal Creator issue while the reference count is correct.";
-  } else {
-    report << strong
-           << " additional reference counters were found that keep this data object alive.";
-  }
-  report << " Data object in charge [" << creator.addrstr() << "]";
-  if (creator.isReproducible()) {
-    report << " These data could be reproduced by " << creator.hasProducer();
-  } else {
-    report << " These data CANNOT be reproduced and thus must be kept in memory.";
-  }
-  report << " " << std::to_string(queue_.nEntries()) << " releasable and "
-         << std::to_string(keepers_.nEntries()) << " kept objects (domain "
-         << Typename(*candidate.domain) << ", creator domain " << Typename(*candidate.creatorDomain)
-         << ")";
+  std::string text =
+      strong == 1
+          ? "possible internal Creator issue while the reference count is correct."
+          : std::to_string(strong) +
+                " additional reference counters were found that keep this data object alive.";
+  text += " Data object in charge [" + creator.addrstr() + "]";
+  text += creator.isReproducible()
+              ? " These data could be reproduced by " + creator.hasProducer()
+              : " These data CANNOT be reproduced and thus must be kept in memory.";
+  text += " " + std::to_string(queue_.nEntries()) + " releasable and " +
+          std::to_string(keepers_.nEntries()) + " kept objects (domain " +
+          Typename(*candidate.domain) + ", creator domain " + Typename(*candidate.creatorDomain) +
+          ")";
+  return text;
 }
 
 } // namespace Tolvane

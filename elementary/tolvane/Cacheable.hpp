@@ -124,6 +124,7 @@ public:
   /// when this thread holds the queue already, because it answers a release request of it.
   /// Returns false, and changes nothing, where the queue is busy on another thread while this one
   /// answers a release request of a second queue, and for an object whose last strong pointer went.
+  /// A queue cannot be an entry of a queue: std::invalid_argument.
   bool push_back(CacheQueue& queue);
 
   /// Makes the object the newest of `queue`; otherwise as push_back().

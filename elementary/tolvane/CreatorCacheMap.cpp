@@ -125,8 +125,13 @@ bool CreatorCacheMap::adjust(const std::type_info& creatorType, const std::type_
 void CreatorCacheMap::list_info() const {
   for (const auto& domain : domains_->all()) {
     std::printf(" CreatorCacheMap for listed Domain [%s]:", Typename(domain.type.get()).c_str());
-    printFigures(domain.value->get());
-    (*domain.value)->list_info();
+    const CacheMap& map = **domain.value;
+    printFigures(&map);
+    for (const TypeInfo data : map.domains()) {
+      std::printf(" CreatorCacheMap for listed Domain [%s]:", Typename(data.get()).c_str());
+      printFigures(map.domain(data.get()));
+      map.list_info(data.get());
+    }
   }
   std::fflush(stdout);
 }

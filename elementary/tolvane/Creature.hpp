@@ -83,6 +83,9 @@ public:
   /// The data object as it is; empty when there is none at the moment. Never makes it.
   virtual StrongPtr<Cacheable> getCacheable() const = 0;
 
+  /// Whether there is a live data object.
+  virtual bool hasData() const;
+
   /// Whether the data could be made again after a release. False by default.
   virtual bool isReproducible() const;
 
@@ -94,9 +97,6 @@ public:
 
   /// A description of what this creature's data is made from; empty by default.
   virtual std::string hasProducer() const;
-
-  /// Whether there is a live data object.
-  virtual bool hasData() const;
 
   /// Where the data is handed to; empty for nowhere.
   WeakPtr<Cache, CacheBase> cacheManager() const;

@@ -66,6 +66,7 @@ std::optional<memsize_t> thirdOfMemory() {
                 "TOLVANE_CACHESIZE=30GB to use 30GB of memory instead (for instance, if you have "
                 "that many).\n",
                 static_cast<double>(*limit) / (1024.0 * 1024.0 * 1024.0));
+    std::fflush(stdout);
   }
   std::fclose(file);
   return limit;

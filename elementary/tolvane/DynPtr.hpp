@@ -72,42 +72,36 @@ struct PointerAccess {
   }
 };
 
-/// The release of what may be the last strong pointer, without its hold on the record.
+/// The release of what was found to be the last strong pointer, without its hold on the record.
 template <class Base>
 void releaseLast(Referer& referer) noexcept {
-  if (referer.counts().strong == 1) {
-    if (auto* object = static_cast<ReferenceBase<Base>*>(referer.object())) {
-      object->unction();
-    }
-    const Referer::Counts counts = referer.counts();
-    if (counts.strong != 1) {
-      SpeakPtr::theSpeaker().WarningUnctionChange(counts.strong, counts.weak,
-                                                  typeid(ReferenceBase<Base>));
-    }
+  if (auto* object = static_cast<ReferenceBase<Base>*>(referer.object())) {
+    object->unction();
   }
-  referer.noteLetGo();
-  Referer::Counts counts = referer.dropStrong();
+  Referer::Counts counts = referer.counts();
   if (counts.strong != 1) {
-    return;
+    SpeakPtr::theSpeaker().WarningUnctionChange(counts.strong, counts.weak,
+                                                typeid(ReferenceBase<Base>));
   }
-  if (void* object = referer.object(); object == nullptr) {
-    SpeakPtr::theSpeaker().DynPtrInvalid(&referer, object, 0, counts.weak,
-                                         typeid(ReferenceBase<Base>));
-  }
-  counts = referer.markDestroyed();
-  if (counts.strong != 0) {
-    if (counts.strong > 0) {
-      SpeakPtr::theSpeaker().DestructionCancelled(counts.strong, counts.weak,
+  const bool wasLast = counts.strong == 1;
+  counts = referer.dropStrong();
+  if (counts.strong != 1) {
+    if (wasLast && counts.strong > 1) {
+      SpeakPtr::theSpeaker().DestructionCancelled(counts.strong - 1, counts.weak,
                                                   typeid(ReferenceBase<Base>));
     }
     return;
   }
-  if (auto* object = static_cast<ReferenceBase<Base>*>(referer.takeObject())) {
-    if constexpr (std::is_same_v<Base, Cacheable>) {
-      preDestruct(*object);
-    }
-    delete object;
+  auto* object = static_cast<ReferenceBase<Base>*>(referer.takeObject());
+  if (object == nullptr) {
+    SpeakPtr::theSpeaker().DynPtrInvalid(&referer, object, Referer::Destroyed, counts.weak,
+                                         typeid(ReferenceBase<Base>));
+    return;
   }
+  if constexpr (std::is_same_v<Base, Cacheable>) {
+    preDestruct(*object);
+  }
+  delete object;
 }
 
 } // namespace detail
@@ -250,11 +244,12 @@ protected:
     return target;
   }
 
-  /// What the record's object casts to; anything else than `object` is reported.
+  /// What the record's object casts to; anything else than `object` is reported. An object that is
+  /// being destroyed has left its record and gives null.
   T* verifiedTarget(const detail::Referer& referer, T* object) const noexcept {
     auto* stored = static_cast<ReferenceBase<Base>*>(referer.object());
     T* target = dynamic_cast<T*>(stored);
-    if (target != object) [[unlikely]] {
+    if (target != object && stored != nullptr) [[unlikely]] {
       const ReferenceBase<Base>& actual = *object;
       SpeakPtr::theSpeaker().InconsistentDynPtr(typeid(T), typeid(Base), typeid(actual), target,
                                                 object, stored, object, serial_);
@@ -263,10 +258,13 @@ protected:
   }
 
   static void releaseStrong(detail::Referer& referer) noexcept {
-    if (referer.dropShared()) [[likely]] {
+    const std::int32_t strong = referer.dropShared();
+    if (strong > 1) [[likely]] {
       return;
     }
-    detail::releaseLast<Base>(referer);
+    if (strong == 1) {
+      detail::releaseLast<Base>(referer);
+    }
     releaseWeak(referer);
   }
 

@@ -25,6 +25,7 @@ struct LoadedLibrary {
   LoadedLibrary() {
     Globals::VerboseFiles::instance();
     detail::debugStopLimit();
+    detail::prepareIrregularityLog();
     detail::startSockets();
   }
 

@@ -72,6 +72,10 @@ namespace detail {
 /// the library is loaded.
 int debugStopLimit();
 
+/// Makes what reports need beside the log itself. Done while loading, so that no report at the end
+/// of a process finds a thread that is gone in the middle of it.
+void prepareIrregularityLog();
+
 /// Closes the log of irregularities; a report that comes later opens it again.
 void closeIrregularityLog() noexcept;
 

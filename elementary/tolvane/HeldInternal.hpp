@@ -12,13 +12,6 @@
 
 namespace Tolvane::detail {
 
-/// Whether the object of a pointer is dead, or about to die because its last strong pointer went.
-template <class T, class Base>
-bool dying(const DynPtr<T, Base>& pointer) noexcept {
-  const Referer* referer = PointerAccess::referer(pointer);
-  return referer == nullptr || (referer->counts().strong <= 0 && !referer->neverHeld());
-}
-
 /// Holds an object that somebody holds already, and merely refers to one that nobody holds: a
 /// strong pointer to that one would destroy it in the end. So objects on the stack can be looked
 /// at as well; for those the caller of the library sees to it that they live.
@@ -26,15 +19,14 @@ template <class T, class Base = T>
 class Held {
 public:
   explicit Held(const WeakPtr<T, Base>& pointer) {
-    const Referer* referer = PointerAccess::referer(pointer);
     do {
       hold_ = StrongPtr<T, Base>::holdIfHeld(pointer);
-      if (hold_ != nullptr || (referer != nullptr && referer->neverHeld())) {
+      if (hold_ != nullptr || pointer.strongCount() == 0) {
         object_ = pointer.get();
         return;
       }
       // Again where the first strong pointer of all came between the two looks.
-    } while (referer != nullptr && referer->counts().strong > 0);
+    } while (pointer.strongCount() > 0);
   }
 
   /// The object; null when it is gone.

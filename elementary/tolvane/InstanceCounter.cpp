@@ -1,4 +1,5 @@
 #include <tolvane/InstanceCounter.hpp>
+#include <tolvane/UnloadLockInternal.hpp>
 
 #include <mutex>
 #include <string>
@@ -13,7 +14,11 @@ std::atomic<std::uint64_t>& instanceCounter(const std::type_info& type) {
   };
   // Never destroyed: objects may still be made while the process ends.
   static Table& table = *new Table;
-  const std::lock_guard lock(table.mutex);
+  const auto lock = lockUnlessEnding(table.mutex);
+  if (!lock.owns_lock()) {
+    static constinit std::atomic<std::uint64_t> lateInstances{0};
+    return lateInstances;
+  }
   return table.counters[type.name()];
 }
 

@@ -120,6 +120,10 @@ void Irregularity::append(std::string_view piece) noexcept {
   }
 }
 
+void detail::prepareIrregularityLog() {
+  theLog();
+}
+
 void detail::closeIrregularityLog() noexcept {
   Log& log = theLog();
   try {

@@ -1,4 +1,5 @@
 #include <tolvane/PosixMutex.hpp>
+#include <tolvane/UnloadLockInternal.hpp>
 
 #include <cerrno>
 #include <ctime>
@@ -10,7 +11,7 @@ namespace {
 
 void check(int code, const char* what) {
   if (code != 0) {
-    throw std::system_error(code, std::system_category(), what);
+    throw std::system_error(code, std::generic_category(), what);
   }
 }
 
@@ -30,6 +31,12 @@ PosixMutex::~PosixMutex() {
 }
 
 void PosixMutex::lock() {
+  if (try_lock()) {
+    return;
+  }
+  if (otherThreadsAreGone()) {
+    return; // Its holder is no more, and nobody else is left to be kept out.
+  }
   check(pthread_mutex_lock(&mutex_), "pthread_mutex_lock");
 }
 

@@ -54,23 +54,13 @@ public:
   Counts counts() const noexcept { return unpack(word_.load()); }
 
   /// The object as the `ReferenceBase` it derives from; null once its last strong pointer went.
-  void* object() const noexcept { return address(object_.load()); }
+  void* object() const noexcept { return object_.load(); }
 
   /// Whether an access is valid now: the object is there and not marked as dead.
   bool alive() const noexcept {
     return strongOf(word_.load(std::memory_order_acquire)) >= 0 &&
-           (object_.load(std::memory_order_acquire) & ~LetGo) != 0;
+           object_.load(std::memory_order_acquire) != nullptr;
   }
-
-  /// Whether no strong pointer holds the object and none ever let go of it: it lives by other
-  /// means, on the stack for example. Between the drop of the last strong pointer and the mark of
-  /// death the count is 0 as well, but somebody is about to destroy the object.
-  bool neverHeld() const noexcept {
-    return strongOf(word_.load()) == 0 && (object_.load() & LetGo) == 0;
-  }
-
-  /// Notes that what may be the last strong pointer is about to go; before its count does.
-  void noteLetGo() noexcept { object_.fetch_or(LetGo); }
 
   /// One more weak holder. Dead objects may have new weak holders: Done, or AtLimit.
   Raise addWeak() noexcept {
@@ -90,7 +80,7 @@ public:
     if (strongOf(word_.fetch_add(OneStrong + OneWeak)) >= 0) [[likely]] {
       return Raise::Done;
     }
-    word_.fetch_sub(OneStrong); // Destroyed by hand in this very moment.
+    markDestructor(); // Destroyed by hand in this very moment: the mark must stay what it is.
     return Raise::Dead;
   }
 
@@ -109,31 +99,24 @@ public:
     return Raise::Done;
   }
 
-  /// Drops a strong pointer that is not the last one, with its hold on the record. Returns false
-  /// and changes nothing when the strong count is 1 or less.
-  bool dropShared() noexcept {
+  /// Drops a strong pointer that is not the last one, with its hold on the record. Returns the
+  /// strong count that decided; with 1 or less nothing was changed.
+  std::int32_t dropShared() noexcept {
     std::uint64_t word = word_.load(std::memory_order_relaxed);
-    while (strongOf(word) > 1) {
-      if (word_.compare_exchange_weak(word, word - OneStrong - OneWeak)) [[likely]] {
-        return true;
-      }
+    while (strongOf(word) > 1 && !word_.compare_exchange_weak(word, word - OneStrong - OneWeak)) {
     }
-    return false;
+    return strongOf(word);
   }
 
-  /// Lowers the strong count alone, unless it is below 1. Returns the counts as they were before.
+  /// Lowers the strong count alone, unless it is below 1. The last one marks the object as dead in
+  /// the same step: a count of 0 in between would be taken for that of an object which nobody ever
+  /// held, and looked at while it is destroyed. A reference taken meanwhile cancels the mark.
+  /// Returns the counts as they were before.
   Counts dropStrong() noexcept {
     std::uint64_t word = word_.load();
-    while (strongOf(word) >= 1 && !word_.compare_exchange_weak(word, word - OneStrong)) {
-    }
-    return unpack(word);
-  }
-
-  /// Marks the object as dead if its strong count is exactly 0; a reference taken meanwhile
-  /// cancels it. Returns the counts that decided.
-  Counts markDestroyed() noexcept {
-    std::uint64_t word = word_.load();
-    while (strongOf(word) == 0 && !word_.compare_exchange_weak(word, withStrong(word, Destroyed))) {
+    while (strongOf(word) >= 1 &&
+           !word_.compare_exchange_weak(word, strongOf(word) == 1 ? withStrong(word, Destroyed)
+                                                                  : word - OneStrong)) {
     }
     return unpack(word);
   }
@@ -143,7 +126,7 @@ public:
   TOLVANE_API void markDestructor() noexcept;
 
   /// Takes the object's address out of the record.
-  void* takeObject() noexcept { return address(object_.exchange(0)); }
+  void* takeObject() noexcept { return object_.exchange(nullptr); }
 
   /// One holder less. Frees the record when it was the last; returns false when there was none
   /// to begin with, which is a fault of whoever counted.
@@ -159,7 +142,7 @@ public:
   void setCounts(Counts counts) noexcept { word_.store(pack(counts)); }
 
 private:
-  explicit Referer(void* object) noexcept : object_(reinterpret_cast<std::uintptr_t>(object)) {}
+  explicit Referer(void* object) noexcept : object_(object) {}
   ~Referer() = default;
 
   TOLVANE_API static void destroy(Referer* referer) noexcept;
@@ -173,12 +156,6 @@ private:
   static constexpr std::uint64_t Margin = (std::uint64_t{1} << 48) | (std::uint64_t{1} << 16);
   static constexpr std::uint64_t Signs = (std::uint64_t{1} << 63) | (std::uint64_t{1} << 31);
 
-  /// The lowest bit of the address, which is free: see noteLetGo().
-  static constexpr std::uintptr_t LetGo = 1;
-
-  static void* address(std::uintptr_t object) noexcept {
-    return reinterpret_cast<void*>(object & ~LetGo);
-  }
   static constexpr std::int32_t strongOf(std::uint64_t word) noexcept {
     return static_cast<std::int32_t>(static_cast<std::uint32_t>(word));
   }
@@ -201,7 +178,7 @@ private:
   }
 
   std::atomic<std::uint64_t> word_{OneWeak};
-  std::atomic<std::uintptr_t> object_;
+  std::atomic<void*> object_;
 };
 
 static_assert(sizeof(Referer) == 16, "the record takes 16 bytes");

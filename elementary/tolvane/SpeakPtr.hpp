@@ -19,10 +19,11 @@ namespace Tolvane {
 
 /// The reporter of pointer events.
 ///
-/// The operations whose name ends in `RS` print readable type names, the others the raw names of
-/// the compiler. `a` and `b` are the two leading texts: the caller's prefix and the description of
-/// the pointer. None of them throws, except InvalidPtrAccess(), whose job it is: an exception from
-/// formatting, such as exhausted memory, ends the process.
+/// Of the operations that come in pairs, the one whose name ends in `RS` prints readable type
+/// names, the other the raw names of the compiler; all others print readable names. `a` and `b` are
+/// the two leading texts: the caller's prefix and the description of the pointer. None of them
+/// throws, except InvalidPtrAccess(), whose job it is: an exception from formatting, such as
+/// exhausted memory, ends the process.
 ///
 /// Thread safety: it has no state; lines of several threads may interleave.
 class TOLVANE_API SpeakPtr {

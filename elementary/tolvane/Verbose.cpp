@@ -293,16 +293,20 @@ void VerboseStream::Indentator::restoreIndentation() const noexcept {
 
 void VerboseStream::Indentator::finish() const {
   const auto lasted = std::chrono::system_clock::now() - startTime_;
+  const int enabled = VerboseFiles::instance().sectionsEnabled;
+  memsize_t memory = 0;
+  detail::CacheFigures cache{};
+  if (enabled != 0) {
+    memory = getMemUsage();
+    cache = detail::defaultCacheFigures();
+  }
   if (CatcherCall call; call)
     call(&VerboseCatcher::leaveSection, this, level_, file_);
-  const int enabled = VerboseFiles::instance().sectionsEnabled;
   if (enabled == 0)
     return;
   if (enabled < 0)
     writeToStandardError(" Section finished in " + std::string(function_ ? function_ : "") + "\n");
 
-  const memsize_t memory = getMemUsage();
-  const detail::CacheFigures cache = detail::defaultCacheFigures();
   const auto used = static_cast<long long>(memory - memAtStart_);
   const auto totalChange = static_cast<long long>(cache.total - cacheTotalAtStart_);
   const auto freeableChange = static_cast<long long>(cache.freeable - cacheFreeableAtStart_);
@@ -338,6 +342,9 @@ VerboseRecursion::~VerboseRecursion() {
 VerboseCatcher::VerboseCatcher() = default;
 VerboseCatcher::~VerboseCatcher() = default;
 
+void VerboseCatcher::catchMessage(int, const std::string&, const std::string&, const std::string&,
+                                  int, char) {}
+
 void VerboseCatcher::enterSection(const VerboseStream::Indentator*, int, const char*, int,
                                   const char*) {}
 
@@ -362,8 +369,8 @@ WeakPtr<VerboseCatcher> VerboseCatcher::Slot::weak() {
 Console::Console() = default;
 
 Console::~Console() {
-  text_ += '\n';
   writeToStandardError(text_);
+  writeToStandardError("\n");
 }
 
 bool detail::verboseWanted(VerboseSite& site, int line, const char* function, int level,

@@ -9,9 +9,9 @@
 /// #include <tolvane/Verbose.hpp>
 ///
 /// void load(const char* path, int bricks) {
-///   TOLVANE_SECTION(5);                                    // indents what follows
-///   TOLVANE_VERBOSE(3) << "loading " << path;              // level 3: TOLVANE_VERBOSITY=3 shows
-///   it TOLVANE_VERBOSE_DOMAIN(20, "Bricks") << bricks << " bricks";
+///   TOLVANE_SECTION(5);                       // indents what follows
+///   TOLVANE_VERBOSE(3) << "loading " << path; // shown with TOLVANE_VERBOSITY=3
+///   TOLVANE_VERBOSE_DOMAIN(20, "Bricks") << bricks << " bricks";
 /// }
 /// @endcode
 ///
@@ -190,8 +190,9 @@ private:
 /// is dropped while another exception is passing.
 ///
 /// @par Thread safety
-/// The operations are called on the thread that issues the message, so on several threads at once;
-/// no lock of the library is held.
+/// The operations are called on the thread that issues the message, so on several threads at once.
+/// The verbose output holds no lock; the messages of an eviction come while the cache holds the
+/// queue that is evicted, so that they must not push an object into that queue (see CacheQueue).
 class TOLVANE_API VerboseCatcher : public ReferenceBase<VerboseCatcher> {
 public:
   class Slot;
@@ -199,9 +200,10 @@ public:
   VerboseCatcher();
   ~VerboseCatcher() override;
 
-  /// A message that passed the domain filter; level and constraints were not looked at.
+  /// A message that passed the domain filter; level and constraints were not looked at. Does
+  /// nothing by default, which silences all messages.
   virtual void catchMessage(int level, const std::string& location, const std::string& text,
-                            const std::string& domain, int indentDepth, char indentChar) = 0;
+                            const std::string& domain, int indentDepth, char indentChar);
 
   /// A section begins on this thread. @p section serves to tell sections apart.
   virtual void enterSection(const VerboseStream::Indentator* section, int level, const char* file,
@@ -220,7 +222,7 @@ public:
 /// catcher holds it by a strong pointer, so the host may drop its own at any time, and a catcher
 /// that has died counts as none. One that no strong pointer has ever held, an object on the stack
 /// for example, is called without being held: take it out before its end, while no other thread
-/// issues messages.
+/// issues messages. A module that is unloaded takes its catcher out first.
 ///
 /// @par Thread safety
 /// Every operation may be called from any thread.
@@ -242,6 +244,11 @@ public:
   operator WeakPtr<VerboseCatcher>() const { return weak(); }
   /// Whether there is a live catcher.
   explicit operator bool() const { return static_cast<bool>(weak()); }
+  /// The catcher, not held; null when there is none or it has died.
+  VerboseCatcher* get() const { return weak().get(); }
+  /// Takes the catcher out.
+  void reset() { *this = nullptr; }
+  friend bool operator==(const Slot&, std::nullptr_t) { return weak() == nullptr; }
 
 private:
   static WeakPtr<VerboseCatcher> weak();
@@ -279,35 +286,46 @@ extern TOLVANE_API std::atomic<int> verboseThreshold;
 TOLVANE_API bool verboseWanted(VerboseSite& site, int line, const char* function, int level,
                                std::string_view domain, bool breakpoint);
 
-/// The test in front of a message: the message is made only when it would be shown.
+/// The quick test in front of a message, made of a few instructions.
+class VerboseCall {
+public:
+  VerboseCall(VerboseSite& site, int level, bool breakpoint)
+      : site_(site), level_(level), breakpoint_(breakpoint) {}
+
+  /// Whether it is sure that the message is not shown, and that its site was noted.
+  bool isQuiet() const {
+    return level_ > verboseThreshold.load(std::memory_order_relaxed) && !breakpoint_ &&
+           site_.state.load(std::memory_order_relaxed) != VerboseSite::Fresh;
+  }
+
+private:
+  friend class VerboseGate;
+  VerboseSite& site_;
+  int level_;
+  bool breakpoint_;
+};
+
+/// The whole test: makes the message when it is shown or caught.
 class VerboseGate {
 public:
-  VerboseGate(VerboseSite& site, int line, const char* function, int level, std::string_view domain,
-              bool breakpoint)
-      : site_(site), line_(line), function_(function), level_(level), breakpoint_(breakpoint) {
-    if (site.state.load(std::memory_order_relaxed) != VerboseSite::Fresh && !breakpoint &&
-        level > verboseThreshold.load(std::memory_order_relaxed))
-      return;
-    open_ = verboseWanted(site, line, function, level, domain, breakpoint);
-    if (open_)
-      domain_ = domain;
-  }
+  VerboseGate(const VerboseCall& call, int line, const char* function, std::string_view domain)
+      : call_(call), line_(line), function_(function), domain_(domain),
+        open_(verboseWanted(call.site_, line, function, call.level_, domain_, call.breakpoint_)) {}
 
   bool isOpen() const { return open_; }
   void close() { open_ = false; }
 
   VerboseStream message() const {
-    return {false, breakpoint_, level_, site_.file, line_, function_, "", domain_};
+    return {false, call_.breakpoint_, call_.level_, call_.site_.file,
+            line_, function_,         "",           domain_};
   }
 
 private:
-  VerboseSite& site_;
+  VerboseCall call_;
   int line_;
   const char* function_;
-  int level_;
-  bool breakpoint_;
-  bool open_ = false;
   std::string domain_;
+  bool open_;
 };
 
 /// Begins a section with defaults for what is not given.
@@ -344,11 +362,15 @@ inline VerboseStream::Indentator verboseSection(const char* file, int line, cons
       ::Tolvane::detail::verboseSection(__FILE__, __LINE__, TOLVANE_FUNCTION, __VA_ARGS__)
 
 #define TOLVANE_VERBOSE_MESSAGE_(level, domain, breakpoint)                                        \
-  for (::Tolvane::detail::VerboseGate TOLVANE_VERBOSE_NAME_(tolvaneGate, __LINE__)(                \
-           TOLVANE_VERBOSE_SITE_, __LINE__, TOLVANE_FUNCTION, level, domain, breakpoint);          \
-       TOLVANE_VERBOSE_NAME_(tolvaneGate, __LINE__).isOpen();                                      \
-       TOLVANE_VERBOSE_NAME_(tolvaneGate, __LINE__).close())                                       \
-  TOLVANE_VERBOSE_NAME_(tolvaneGate, __LINE__).message().stream()
+  if (const ::Tolvane::detail::VerboseCall TOLVANE_VERBOSE_NAME_(tolvaneCall, __LINE__)(           \
+          TOLVANE_VERBOSE_SITE_, level, breakpoint);                                               \
+      TOLVANE_VERBOSE_NAME_(tolvaneCall, __LINE__).isQuiet()) {                                    \
+  } else                                                                                           \
+    for (::Tolvane::detail::VerboseGate TOLVANE_VERBOSE_NAME_(tolvaneGate, __LINE__)(              \
+             TOLVANE_VERBOSE_NAME_(tolvaneCall, __LINE__), __LINE__, TOLVANE_FUNCTION, domain);    \
+         TOLVANE_VERBOSE_NAME_(tolvaneGate, __LINE__).isOpen();                                    \
+         TOLVANE_VERBOSE_NAME_(tolvaneGate, __LINE__).close())                                     \
+    TOLVANE_VERBOSE_NAME_(tolvaneGate, __LINE__).message().stream()
 
 // The class hides the static from other modules: in an inline function it would otherwise be one
 // symbol for the whole process and keep its module from being unloaded.

@@ -1,5 +1,6 @@
 # Checks that each ```cpp and ```text block of DOCUMENT stands, line by line, in one of FILES, and
-# that each of FILES is quoted.
+# that each of FILES is quoted; with WHOLE, from its first line to its last.
+cmake_minimum_required(VERSION 3.25)
 file(READ ${DOCUMENT} rest)
 string(REPLACE "\r\n" "\n" rest "${rest}")
 set(quoted "")
@@ -28,7 +29,7 @@ while(TRUE)
     file(READ ${file} text)
     string(REPLACE "\r\n" "\n" text "${text}")
     string(FIND "\n${text}" "\n${block}" at)
-    if(at GREATER -1)
+    if((WHOLE AND text STREQUAL block) OR (NOT WHOLE AND at GREATER -1))
       set(found TRUE)
       list(APPEND quoted ${file})
     endif()

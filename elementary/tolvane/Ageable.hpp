@@ -43,7 +43,9 @@ public:
   /// Takes any stamp, also `Ooooold` and `InfinitelyNew()`.
   explicit Ageable(long long stamp) noexcept : stamp_(stamp) {}
 
+  /// The stamp.
   long long stamp() const noexcept { return stamp_; }
+  /// Sets the stamp.
   void setStamp(long long stamp) noexcept { stamp_ = stamp; }
 
   /// The stamp as text: "t=-infinitely old", "t=+infinitely new", or "t=" and the decimal value.

@@ -115,16 +115,19 @@ public:
     return StrongPtr<T, InterfaceBase>(findInterface(detail::interfaceKey<T>()));
   }
 
+  /// See hasInterface().
   template <class T>
   bool hasInterface() const {
     return hasInterface(detail::interfaceKey<T>());
   }
 
+  /// See registerInterface().
   template <class T>
   StrongPtr<InterfaceBase>& registerInterface() {
     return registerInterface(detail::interfaceKey<T>());
   }
 
+  /// See removeInterfaceBase().
   template <class T>
   void removeInterface() {
     removeInterfaceBase(detail::interfaceKey<T>());

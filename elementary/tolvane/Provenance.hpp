@@ -36,7 +36,9 @@ public:
   /// when the destructor that began it all is done.
   ~Provenance() override;
 
+  /// The name of the step.
   const std::string& name() const noexcept { return name_; }
+  /// Renames the step. @throws std::bad_alloc when there is no memory for the name.
   void setName(const std::string& name) { name_ = name; }
 
   /// The record before this one; empty for a root.

@@ -81,6 +81,7 @@ public:
   /// Takes all results out.
   void clear();
 
+  /// Whether `result` is in.
   bool contains(const StrongPtr<Result>& result) const noexcept;
 
   /// The result with that `instanceNumber()`, else an empty pointer.
@@ -97,7 +98,9 @@ public:
     return nullptr;
   }
 
+  /// The number of results.
   std::size_t size() const noexcept { return results_.size(); }
+  /// Whether there is none.
   bool empty() const noexcept { return results_.empty(); }
 
   /// All results, in order; what happens to the cluster meanwhile does not change the list.

@@ -23,6 +23,7 @@ fail() {
 width=21 height=18 depth=13 # three times three times two bricks of edge 8, most of them cut
 
 patch() { # FILE OFFSET BYTES as for printf
+  # shellcheck disable=SC2059
   printf "$3" | dd of="$1" bs=1 seek="$2" conv=notrunc status=none
 }
 
@@ -45,6 +46,7 @@ changed() { # FILE OFFSET BYTES: the volume with other bytes in its header
   patch "$1" "$2" "$3"
 }
 
+# shellcheck disable=SC2059
 printf "$(awk -v w=$width -v h=$height -v d=$depth 'BEGIN {
   for (z = 0; z < d; ++z) for (y = 0; y < h; ++y) for (x = 0; x < w; ++x)
     printf "\\%03o", (x * 7 + y * y * 3 + z * z * 31) % (y > 15 ? 1 : 241)

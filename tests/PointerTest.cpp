@@ -419,3 +419,19 @@ TEST(Pointer, IsNotTakenForANewObjectAtItsAddress) {
   strong = nullptr;
   EXPECT_EQ(Placed::deleted, 2);
 }
+
+class Unseen;
+StrongPtr<Unseen> makeUnseen();
+int unseenGone();
+
+TEST(Pointer, IsHeldWhereItsClassIsOnlyNamed) {
+  StrongPtr<Unseen> strong = makeUnseen(), other;
+  std::swap(strong, other);
+  EXPECT_TRUE(other && !strong && other.strongCount() == 1);
+  const StrongPtr<Unseen> last = std::move(other);
+  EXPECT_EQ(unseenGone(), 0);
+  strong = makeUnseen();
+  EXPECT_TRUE(last != strong);
+  strong.reset();
+  EXPECT_EQ(unseenGone(), 1);
+}

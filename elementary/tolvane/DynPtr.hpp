@@ -115,6 +115,9 @@ void releaseLast(Referer& referer) noexcept {
 /// that a new object at a reused address is never taken for an old one; the order is that of
 /// addresses and differs between runs.
 ///
+/// Where a class is only named, its pointers are held, moved, compared and dropped; whatever else
+/// is done with them needs its header.
+///
 /// Thread safety: the counts are atomic, a pointer object is not. Threads that share one pointer
 /// object, one of them changing it, must serialise; threads with pointers of their own to one
 /// object need not.

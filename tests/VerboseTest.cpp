@@ -438,6 +438,21 @@ TEST(Verbose, ReportsSections) {
   }
 }
 
+TEST(Verbose, SectionsTellTheChangeOfTheCache) {
+  const std::string text =
+      errorTextOf({"sections_with_cache"}, {{"TOLVANE_ENABLE_VERBOSITY_SECTIONS", "1"}});
+  const std::string red = R"(\x1b\[1m\x1b\[31m)", reset = R"(\x1b\[0m\n)", number = "[-0-9.e]+",
+                    lasted = " SECTION lasted " + number + "s ",
+                    used = "and used " + number + R"( Bytes \([-0-9]+[KM]iB\))",
+                    total = R"( \[Total RAM: [0-9]+[GM]iB, total Cache: 3MiB )";
+  EXPECT_TRUE(matches(
+      text, red + R"( \*\*\* MEMORY INCREASING)" + lasted + " " + used +
+                " - Cache Increment 3MiB, freeable 3MiB" + total + R"(with 3MiBfreeable\]\.)" +
+                reset + red + R"(- total 3MiB, freeable 3MiB\|total 3MiB, freeable 3MiB)" + reset +
+                red + R"( \*\*\* TIMED)" + lasted + used + total + R"(freeable 3MiB\]\.)" + reset))
+      << text;
+}
+
 TEST(Verbose, WritesWithoutStandardOutputAndError) {
   EXPECT_EQ(errorTextOf(Arguments{"close_output_descriptors"} + Arguments{"message", "0", "t"} +
                             Arguments{"console", "t"} + Arguments{"section"},

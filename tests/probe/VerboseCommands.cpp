@@ -1,5 +1,7 @@
 #include "Probe.hpp"
 
+#include <tolvane/Cache.hpp>
+#include <tolvane/DataCreature.hpp>
 #include <tolvane/Verbose.hpp>
 
 #include <cstdio>
@@ -37,6 +39,18 @@ struct Late {
   explicit Late(std::string words) : text(std::move(words)) {}
   ~Late() { VerboseStream(false, false, 0, "late.cpp", 1, "f()", text, ""); }
   std::string text;
+};
+
+struct Block : Cacheable {
+  memsize_t memsize() const override { return 3 << 20; }
+};
+
+class BlockMaker : public DataCreature<Block> {
+public:
+  using DataCreature::DataCreature;
+
+protected:
+  Pointer create() override { return new Block; }
 };
 
 class PrintingCatcher : public VerboseCatcher {
@@ -104,6 +118,21 @@ PROBE_COMMAND(section) {
       throw std::runtime_error(arguments[0]);
   });
   tellWhatIsThrown([] { VerboseStream(false, false, 0, "file.cpp", 5, "void f()", "after", ""); });
+  return 0;
+}
+
+// A section in which the default cache receives an object of 3 MiB, and one in which it does not.
+PROBE_COMMAND(sections_with_cache) {
+  StrongPtr<BlockMaker, Creature> maker;
+  BlockMaker::Pointer block;
+  {
+    const VerboseStream::Indentator section("file.cpp", 3, "f()", 0, '-', 1, "");
+    maker = new BlockMaker(Cache::MemCache());
+    block = maker->data();
+  }
+  const VerboseStream::Indentator section("file.cpp", 4, "f()", 0, '-', 1, "");
+  VerboseStream(false, false, 0, "file.cpp", 5, "f()", "", "")
+      << Cache::MemCache() << '|' << *Cache::MemCache();
   return 0;
 }
 

@@ -155,23 +155,27 @@ TEST(Cache, ZombiesGoBeforeTheSizeIsTaken) {
   cache->insert_zombie(all['a']);
   all.drop('a');
   EXPECT_EQ(cache->totalCost(true), 20u);
+  EXPECT_TRUE(cache->insert(all.add('k', 4), false));
+  EXPECT_EQ(cache->totalCost(true), 4u);
+  cache->insert_zombie(all.add('y', 1)); // nothing but a zombie
+  all.drop('y');
   all.add('b', 30);
   const WeakPtr<Cacheable> b = all['b'];
   all.add<1>('z', 1);
   all.data('z').onDeath = [&] { all.data('b').size = 25; };
   cache->insert_zombie(all['z']);
   all.drop('z');
-  EXPECT_TRUE(cache->insert(b, false)) << "there is room after the zombies went";
-  EXPECT_EQ(all.alive(), "b");
-  EXPECT_EQ(cache->totalCost(true), 25u);
+  EXPECT_TRUE(cache->insert(b, false));
+  EXPECT_EQ(all.alive(), "bk") << "there is room for both after the zombies went";
+  EXPECT_EQ(cache->totalCost(true), 29u);
 
-  const MakerPtr maker = made(new Maker, new Data(1));
+  const MakerPtr maker = made(new Maker, new Data(2));
   const WeakPtr<Cacheable> last = maker->data;
   cache->insert_zombie(last);
   maker->data = nullptr;
   EXPECT_FALSE(cache->insert(last, false)) << "a zombie of its own that goes first";
   EXPECT_FALSE(last);
-  EXPECT_EQ(all.alive(), "b") << "nothing had to make room for it";
+  EXPECT_EQ(all.alive(), "bk") << "nothing had to make room for it";
 }
 
 TEST(Cache, OutOfMemoryTexts) {

@@ -33,9 +33,9 @@ class Creature;
 /// limit first releases old objects of the same domain, then of the others. Data that can never be
 /// released, because its creator said so, does not count against the limit.
 ///
-/// Thread safety: any thread may call any operation; for forget() see there. A cache that is held
-/// by a strong pointer may be let go of while another thread, or the release of a creator, is in
-/// it; one on the stack is destroyed by its owner after everybody is done.
+/// Thread safety: any thread may call any operation. A cache that is held by a strong pointer may
+/// be let go of while another thread, or the release of a creator, is in it; one on the stack is
+/// destroyed by its owner after everybody is done.
 class TOLVANE_API Cache : public CacheBase {
 public:
   /// What a creator gets whose object found no room.
@@ -122,8 +122,9 @@ public:
 
   /// Purges and removes what is filed under `type`, as a creator or as data, so that nothing
   /// refers to the type any more: for a module that is about to be unloaded. Objects that stay
-  /// alive stand in no queue afterwards. No other thread may use these domains meanwhile. Returns
-  /// the bytes that went.
+  /// alive stand in no queue afterwards. A thread or a release that is just now in one of these
+  /// domains finishes first, and only then the domain is gone: before the module is unloaded, the
+  /// host sees to it that none is. Returns the bytes that went.
   memsize_t forget(const std::type_info& type);
 
   /// The trace level of all caches: the variable `MEMCACHE_VERBOSITY`, read once.

@@ -25,16 +25,16 @@ bool CacheMap::insert(const WeakPtr<Cacheable>& object, bool asOldest) {
   if (!held) {
     return false;
   }
-  CacheMultiQueue& queues = domains_->obtain(
-      held->DomainType(), [this] { return std::make_unique<CacheMultiQueue>(totals_); });
-  return asOldest ? queues.push_back(object) : queues.push_front(object);
+  const auto queues = domains_->obtain(
+      held->DomainType(), [this] { return std::make_shared<CacheMultiQueue>(totals_); });
+  return asOldest ? queues->push_back(object) : queues->push_front(object);
 }
 
 void CacheMap::insert_zombie(const WeakPtr<Cacheable>& object) {
   if (const detail::Held<Cacheable> held{object}) {
     domains_
-        ->obtain(held->DomainType(), [this] { return std::make_unique<CacheMultiQueue>(totals_); })
-        .insert_zombie(object);
+        ->obtain(held->DomainType(), [this] { return std::make_shared<CacheMultiQueue>(totals_); })
+        ->insert_zombie(object);
   }
 }
 
@@ -43,7 +43,7 @@ bool CacheMap::isAlreadyIncluded(const WeakPtr<Cacheable>& object) const {
   if (!held) {
     return false;
   }
-  const CacheMultiQueue* queues = domains_->find(held->DomainType());
+  const auto queues = domains_->find(held->DomainType());
   return queues != nullptr && queues->isAlreadyIncluded(object);
 }
 
@@ -52,7 +52,7 @@ bool CacheMap::touch(const WeakPtr<Cacheable>& object) {
   if (!held) {
     return false;
   }
-  if (const CacheMultiQueue* queues = domains_->find(held->DomainType())) {
+  if (const auto queues = domains_->find(held->DomainType())) {
     return queues->touch(object);
   }
   std::printf("CacheMap::touch(const WeakPtr<Cacheable>&Ca): No Cacheable Domain found! Nothing "
@@ -98,8 +98,7 @@ bool CacheMap::adjust(const std::type_info& domainType, const CacheBase& cache, 
                 static_cast<unsigned long>(memsize(true) >> 20));
     std::fflush(stdout);
   }
-  if (CacheMultiQueue* own = domains_->find(domainType);
-      own != nullptr && own->adjust(cache, newCost)) {
+  if (const auto own = domains_->find(domainType); own != nullptr && own->adjust(cache, newCost)) {
     return true;
   }
   for (const auto& domain : domains_->all()) {
@@ -119,7 +118,7 @@ void CacheMap::list_info() const {
 }
 
 void CacheMap::list_info(const std::type_info& domainType) const {
-  if (const CacheMultiQueue* queues = domains_->find(domainType)) {
+  if (const auto queues = domains_->find(domainType)) {
     std::printf("  CacheMap for [%s]: %u entries using %llu bytes, %llu of them kept\n",
                 Typename(domainType).c_str(), queues->nEntries(), queues->memsize(true),
                 queues->memsize(true) - queues->memsize(false));
@@ -137,11 +136,11 @@ std::vector<TypeInfo> CacheMap::domains() const {
 }
 
 const CacheMultiQueue* CacheMap::domain(const std::type_info& domainType) const {
-  return domains_->find(domainType);
+  return domains_->find(domainType).get();
 }
 
 memsize_t CacheMap::forget(const std::type_info& domainType) {
-  const std::unique_ptr<CacheMultiQueue> queues = domains_->take(domainType);
+  const auto queues = domains_->take(domainType);
   return queues != nullptr ? queues->purge() : 0;
 }
 

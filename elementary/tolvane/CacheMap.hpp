@@ -20,8 +20,8 @@ namespace Tolvane {
 
 /// One CacheMultiQueue per data domain, in the order in which the domains were first used.
 ///
-/// Thread safety: any thread may call any operation; for forget() see there. No lock is held while
-/// a creator is asked, except that of the queue that asks.
+/// Thread safety: any thread may call any operation. No lock is held while a creator is asked,
+/// except that of the queue that asks.
 class TOLVANE_API CacheMap : public ReferenceBase<CacheMap> {
 public:
   CacheMap();
@@ -73,8 +73,9 @@ public:
   /// The queues of a domain; null when there are none. Valid until forget() of that domain.
   const CacheMultiQueue* domain(const std::type_info& domainType) const;
 
-  /// Purges a domain and removes it; objects that stay alive stand in no queue afterwards. No
-  /// other thread may use the domain meanwhile. Returns the bytes that went.
+  /// Purges a domain and removes it; objects that stay alive stand in no queue afterwards. A
+  /// thread or a release that is just now in the domain finishes first, and only then the domain
+  /// is gone. Returns the bytes that went.
   memsize_t forget(const std::type_info& domainType);
 
 private:

@@ -36,9 +36,9 @@ CreatorCacheMap::CreatorCacheMap()
 
 CreatorCacheMap::~CreatorCacheMap() = default;
 
-StrongPtr<CacheMap>& CreatorCacheMap::obtain(const std::type_info& creatorType) {
-  return domains_->obtain(
-      creatorType, [this] { return std::make_unique<StrongPtr<CacheMap>>(new CacheMap(totals_)); });
+StrongPtr<CacheMap> CreatorCacheMap::obtain(const std::type_info& creatorType) {
+  return *domains_->obtain(
+      creatorType, [this] { return std::make_shared<StrongPtr<CacheMap>>(new CacheMap(totals_)); });
 }
 
 bool CreatorCacheMap::insert(const WeakPtr<Cacheable>& object, bool asOldest) {
@@ -57,7 +57,7 @@ bool CreatorCacheMap::touch(const WeakPtr<Cacheable>& object) {
   if (!held) {
     return false;
   }
-  const StrongPtr<CacheMap>* map = domains_->find(held->CreatorType());
+  const auto map = domains_->find(held->CreatorType());
   if (map != nullptr && *map) {
     return (*map)->touch(object);
   }
@@ -101,7 +101,7 @@ void CreatorCacheMap::purge_Hades() {
 
 bool CreatorCacheMap::adjust(const std::type_info& creatorType, const std::type_info& domainType,
                              const CacheBase& cache, memsize_t newCost) {
-  StrongPtr<CacheMap>* own = domains_->find(creatorType);
+  const auto own = domains_->find(creatorType);
   if (Cache::verbosity() >= 11) {
     const memsize_t have = own != nullptr ? (*own)->memsize(true) : 0;
     std::printf(" CreatorCacheMap::adjust(%s, Cache, newCost=%luMB) HAVE %luMB of this domain\n",
@@ -164,13 +164,13 @@ void CreatorCacheMap::list_info(const std::type_info& creatorType,
 }
 
 StrongPtr<CacheMap> CreatorCacheMap::creatorDomain(const std::type_info& creatorType) const {
-  const StrongPtr<CacheMap>* map = domains_->find(creatorType);
+  const auto map = domains_->find(creatorType);
   return map != nullptr ? *map : StrongPtr<CacheMap>();
 }
 
 memsize_t CreatorCacheMap::forget(const std::type_info& type) {
   memsize_t freed = 0;
-  if (const std::unique_ptr<StrongPtr<CacheMap>> map = domains_->take(type)) {
+  if (const auto map = domains_->take(type)) {
     freed += (*map)->purge();
   }
   for (const auto& domain : domains_->all()) {

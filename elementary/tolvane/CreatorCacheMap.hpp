@@ -18,7 +18,7 @@ namespace Tolvane {
 
 /// One CacheMap per creator domain, in the order in which the domains were first used.
 ///
-/// Thread safety: any thread may call any operation; for forget() see there.
+/// Thread safety: any thread may call any operation.
 class TOLVANE_API CreatorCacheMap {
 public:
   CreatorCacheMap();
@@ -69,14 +69,14 @@ public:
 
   /// Purges and removes what is filed under `type`, as a creator or as data, so that no key
   /// refers to it any more: for a module that is about to be unloaded. Objects that stay alive
-  /// stand in no queue afterwards. No other thread may use these domains meanwhile. Returns the
-  /// bytes that went.
+  /// stand in no queue afterwards. A thread or a release that is just now in one of these domains
+  /// finishes first, and only then the domain is gone. Returns the bytes that went.
   memsize_t forget(const std::type_info& type);
 
 private:
   struct Domains;
 
-  StrongPtr<CacheMap>& obtain(const std::type_info& creatorType);
+  StrongPtr<CacheMap> obtain(const std::type_info& creatorType);
 
   std::shared_ptr<detail::CacheTotals> totals_;
   std::unique_ptr<Domains> domains_;

@@ -15,39 +15,39 @@
 
 namespace Tolvane::detail {
 
-/// A map from types to values that stay where they are, in the order of their first use.
+/// A map from types to values that stay where they are, in the order of their first use. Who has
+/// got a value shares it, so that it may be taken out while it is in use.
 ///
-/// Thread safety: any thread may call any operation, but what take() gives back must not be in
-/// use by another one. The lock is held for the look-up only.
+/// Thread safety: any thread may call any operation. The lock is held for the look-up only.
 template <class Value>
 class DomainMap {
 public:
   struct Domain {
     TypeInfo type;
-    Value* value;
+    std::shared_ptr<Value> value;
   };
 
   /// The value of a type; null when there is none.
-  Value* find(const std::type_info& type) const {
+  std::shared_ptr<Value> find(const std::type_info& type) const {
     const std::shared_lock lock(mutex_);
     const auto found = values_.find(TypeInfo(type));
-    return found != values_.end() ? found->second.get() : nullptr;
+    return found != values_.end() ? found->second : nullptr;
   }
 
   /// The value of a type, made by `make()` on first use.
   template <class Make>
-  Value& obtain(const std::type_info& type, Make make) {
-    if (Value* value = find(type)) {
-      return *value;
+  std::shared_ptr<Value> obtain(const std::type_info& type, Make make) {
+    if (std::shared_ptr<Value> value = find(type)) {
+      return value;
     }
     const std::lock_guard lock(mutex_);
     const auto found = values_.find(TypeInfo(type));
     if (found != values_.end()) {
-      return *found->second;
+      return found->second;
     }
     order_.reserve(order_.size() + 1);
-    Value& value = *values_.emplace(TypeInfo(type), make()).first->second;
-    order_.push_back({TypeInfo(type), &value});
+    const std::shared_ptr<Value> value = values_.emplace(TypeInfo(type), make()).first->second;
+    order_.push_back({TypeInfo(type), value});
     return value;
   }
 
@@ -58,21 +58,21 @@ public:
   }
 
   /// Takes the value of a type out; empty when there is none.
-  std::unique_ptr<Value> take(const std::type_info& type) {
+  std::shared_ptr<Value> take(const std::type_info& type) {
     const std::lock_guard lock(mutex_);
     const auto found = values_.find(TypeInfo(type));
     if (found == values_.end()) {
       return nullptr;
     }
-    std::unique_ptr<Value> value = std::move(found->second);
+    std::shared_ptr<Value> value = std::move(found->second);
     values_.erase(found);
-    std::erase_if(order_, [&](const Domain& domain) { return domain.value == value.get(); });
+    std::erase_if(order_, [&](const Domain& domain) { return domain.value == value; });
     return value;
   }
 
 private:
   mutable std::shared_mutex mutex_;
-  std::unordered_map<TypeInfo, std::unique_ptr<Value>> values_;
+  std::unordered_map<TypeInfo, std::shared_ptr<Value>> values_;
   std::vector<Domain> order_;
 };
 

@@ -29,9 +29,9 @@ template <class T>
 class ReferenceBase;
 template <class T, class Base>
 class DynPtr;
-template <class T, class Base = T>
+template <class T, class Base = std::remove_const_t<T>>
 class StrongPtr;
-template <class T, class Base = T>
+template <class T, class Base = std::remove_const_t<T>>
 class WeakPtr;
 class Cacheable;
 
@@ -83,10 +83,9 @@ void releaseLast(Referer& referer) noexcept {
     SpeakPtr::theSpeaker().WarningUnctionChange(counts.strong, counts.weak,
                                                 typeid(ReferenceBase<Base>));
   }
-  const bool wasLast = counts.strong == 1;
   counts = referer.dropStrong();
   if (counts.strong != 1) {
-    if (wasLast && counts.strong > 1) {
+    if (counts.strong > 1) {
       SpeakPtr::theSpeaker().DestructionCancelled(counts.strong - 1, counts.weak,
                                                   typeid(ReferenceBase<Base>));
     }
@@ -116,6 +115,9 @@ void releaseLast(Referer& referer) noexcept {
 /// that a new object at a reused address is never taken for an old one; the order is that of
 /// addresses and differs between runs.
 ///
+/// Where a class is only named, its pointers are held, moved, compared and dropped; whatever else
+/// is done with them needs its header.
+///
 /// Thread safety: the counts are atomic, a pointer object is not. Threads that share one pointer
 /// object, one of them changing it, must serialise; threads with pointers of their own to one
 /// object need not.
@@ -131,6 +133,8 @@ public:
 
   /// The object while it is alive, else null. Reports nothing.
   T* get() const noexcept {
+    static_assert(
+        requires { sizeof(T); }, "include the header of T before its object is looked at");
     if (myReferer == nullptr || !myReferer->alive()) {
       return nullptr;
     }
@@ -178,6 +182,8 @@ protected:
   /// refer to, because `source` is empty or its object is of another type.
   template <class U>
   bool aim(const DynPtr<U, Base>& source) noexcept {
+    static_assert(std::is_const_v<T> || !std::is_const_v<U>,
+                  "a pointer to a constant object converts to pointers to constant objects only");
     detail::Referer* referer = detail::PointerAccess::referer(source);
     if (referer == nullptr) {
       return false;
@@ -195,7 +201,8 @@ protected:
 
   /// The same for an object itself, which must cast to what it was handed over as.
   detail::Referer* aim(T* object) noexcept {
-    static_assert(sizeof(T) > 0, "include the header of T before a pointer is made of a T*");
+    static_assert(
+        requires { sizeof(T); }, "include the header of T before a pointer is made of a T*");
     static_assert(std::is_base_of_v<ReferenceBase<Base>, T>,
                   "T must derive from ReferenceBase<Base>; where a base class of T does, name "
                   "that class as the second argument, as in StrongPtr<T, Base>");
@@ -203,11 +210,14 @@ protected:
       return nullptr;
     }
     detail::Referer* referer =
-        detail::PointerAccess::referer(static_cast<ReferenceBase<Base>*>(object)->self());
+        detail::PointerAccess::referer(static_cast<const ReferenceBase<Base>*>(object)->self());
     if constexpr (KeepsTarget) {
-      target_.set(verifiedTarget(*referer, object));
-      if (target_.get() == nullptr) {
-        return nullptr;
+      // In the destructor of its object, a pointer is dead from the beginning.
+      if (auto* stored = static_cast<ReferenceBase<Base>*>(referer->object())) {
+        target_.set(verifiedTarget(stored, object));
+        if (target_.get() == nullptr) {
+          return nullptr;
+        }
       }
     }
     return referer;
@@ -244,12 +254,10 @@ protected:
     return target;
   }
 
-  /// What the record's object casts to; anything else than `object` is reported. An object that is
-  /// being destroyed has left its record and gives null.
-  T* verifiedTarget(const detail::Referer& referer, T* object) const noexcept {
-    auto* stored = static_cast<ReferenceBase<Base>*>(referer.object());
+  /// What the record's object casts to; anything else than `object` is reported.
+  T* verifiedTarget(ReferenceBase<Base>* stored, T* object) const noexcept {
     T* target = dynamic_cast<T*>(stored);
-    if (target != object && stored != nullptr) [[unlikely]] {
+    if (target != object) [[unlikely]] {
       const ReferenceBase<Base>& actual = *object;
       SpeakPtr::theSpeaker().InconsistentDynPtr(typeid(T), typeid(Base), typeid(actual), target,
                                                 object, stored, object, serial_);

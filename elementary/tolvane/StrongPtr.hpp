@@ -42,7 +42,8 @@ class StrongPtr : public DynPtr<T, Base> {
   using Core::myReferer;
 
   template <class U>
-  static constexpr bool Upcast = std::is_same_v<T, Base> || std::is_convertible_v<U*, T*>;
+  static constexpr bool
+      Upcast = (std::is_same_v<T, Base> && !std::is_const_v<U>) || std::is_convertible_v<U*, T*>;
 
 public:
   /// An empty pointer.

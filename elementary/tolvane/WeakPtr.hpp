@@ -32,7 +32,8 @@ class WeakPtr : public DynPtr<T, Base> {
   using Core::myReferer;
 
   template <class U>
-  static constexpr bool Upcast = std::is_same_v<T, Base> || std::is_convertible_v<U*, T*>;
+  static constexpr bool
+      Upcast = (std::is_same_v<T, Base> && !std::is_const_v<U>) || std::is_convertible_v<U*, T*>;
 
 public:
   /// An empty pointer.

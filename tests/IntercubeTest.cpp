@@ -64,7 +64,7 @@ struct Item : InterfaceBase {
 
 struct Visitor : IntercubeIterator {
   bool visit(TypeInfo type, Slot& slot) override {
-    types.push_back(type.name());
+    types.emplace_back(type.name());
     return !onVisit || onVisit(type, slot);
   }
   std::vector<std::string> types;

@@ -42,14 +42,16 @@ bool Result::Cluster::insert(const StrongPtr<Result>& result) {
   if (!result) {
     return false;
   }
-  const StrongPtr<Result> held = result; // It may be the pointer in the cluster that it leaves.
-  if (!results_.emplace(held->instanceNumber(), held).second) {
+  const auto [entry, isNew] = results_.emplace(result->instanceNumber(), result);
+  if (!isNew) {
     return false;
   }
-  if (Cluster* former = held->cluster_.get(); former != nullptr && former != this) {
-    former->remove(held);
+  // From here on the pointer in this set: `result` may be the one in the cluster that it leaves.
+  const StrongPtr<Result>& member = entry->second;
+  if (Cluster* former = member->cluster_.get(); former != nullptr && former != this) {
+    former->remove(member);
   }
-  held->cluster_ = self();
+  member->cluster_ = self();
   return true;
 }
 

@@ -129,7 +129,7 @@ ProbeResult runProbe(const std::vector<std::string>& arguments, const ProbeOptio
   for (const auto& [name, value] : environment)
     block.append(name).append("=").append(value).push_back('\0');
 
-  const std::string path = probePath();
+  const std::string path = options.program.empty() ? probePath() : options.program;
   std::string commandLine = quoted(path);
   for (const std::string& argument : arguments)
     commandLine += ' ' + quoted(argument);
@@ -244,7 +244,7 @@ ProbeResult runProbe(const std::vector<std::string>& arguments, const ProbeOptio
   std::vector<std::string> variables;
   for (const auto& [name, value] : environment)
     variables.push_back(name + "=" + value);
-  std::vector<std::string> words = {probePath()};
+  std::vector<std::string> words = {options.program.empty() ? probePath() : options.program};
   words.insert(words.end(), arguments.begin(), arguments.end());
 
   Pipe out, err;

@@ -28,6 +28,8 @@ struct ProbeOptions {
   std::string directory = {};
   /// Start without a standard input; otherwise it is empty.
   bool closeStdin = false;
+  /// The program to start; empty for `tolvane-probe`.
+  std::string program = {};
 };
 
 struct ProbeResult {

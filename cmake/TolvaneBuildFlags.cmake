@@ -26,6 +26,11 @@ function(tolvane_build_flags)
       # printf and its family take the C99 formats (%lld, %zu, %lf) everywhere.
       target_compile_definitions(${target} PRIVATE __USE_MINGW_ANSI_STDIO=1)
     endif()
+    if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND NOT WIN32)
+      # A static of a template of the standard library would be one symbol for the whole process,
+      # and whatever defines such a symbol is never unmapped again.
+      target_compile_options(${target} PRIVATE -fno-gnu-unique)
+    endif()
     target_compile_options(${target} PRIVATE
       -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion
       -Wnon-virtual-dtor -Woverloaded-virtual -Wcast-qual -Wundef -Wvla

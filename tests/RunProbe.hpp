@@ -30,6 +30,8 @@ struct ProbeOptions {
   std::string program = {};
   /// Start without a standard input; otherwise it is empty.
   bool closeStdin = false;
+  /// The program to start; empty for `tolvane-probe`.
+  std::string program = {};
 };
 
 struct ProbeResult {

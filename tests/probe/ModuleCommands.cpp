@@ -1,44 +1,22 @@
+#include "../support/LoadedModule.hpp"
 #include "Probe.hpp"
 
 #include <tolvane/Typename.hpp>
 
 #include <cstdio>
+#include <optional>
 #include <thread>
 
-#ifdef _WIN32
-#ifndef WIN32_LEAN_AND_MEAN
-#define WIN32_LEAN_AND_MEAN
-#endif
-#include <windows.h>
-#else
-#include <dlfcn.h>
-#endif
-
-namespace {
-
-#ifdef _WIN32
-HMODULE module;
-#else
-void* module;
-#endif
-
-} // namespace
+static std::optional<LoadedModule> module;
 
 PROBE_COMMAND(load_module) {
-#ifdef _WIN32
-  module = LoadLibraryA(arguments.at(0).c_str());
-#else
-  module = dlopen(arguments.at(0).c_str(), RTLD_NOW);
-#endif
-  return module ? 0 : 1;
+  module.emplace(arguments.at(0));
+  return 0;
 }
 
 PROBE_COMMAND(unload_module) {
-#ifdef _WIN32
-  return FreeLibrary(module) ? 0 : 1;
-#else
-  return dlclose(module);
-#endif
+  module->unload();
+  return module->isMapped() ? 1 : 0;
 }
 
 PROBE_COMMAND(type_is_named) {

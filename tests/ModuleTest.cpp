@@ -1,0 +1,266 @@
+#include "RunProbe.hpp"
+#include "support/Guest.hpp"
+#include "support/LoadedModule.hpp"
+
+#include <tolvane/Verbose.hpp>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <sstream>
+
+using namespace Tolvane;
+
+namespace {
+
+/// The module, and its guest as long as it is there.
+class Loaded {
+public:
+  Loaded()
+      : module_(TOLVANE_TEST_MODULE_DIR "/Guest" TOLVANE_TEST_MODULE_SUFFIX),
+        guest_(module_.function<guest::Guest*()>("makeGuest")()) {}
+  ~Loaded() { unload(); }
+
+  guest::Guest* operator->() const { return guest_; }
+
+  void unload() {
+    if (guest_ != nullptr)
+      module_.function<void(guest::Guest*)>("endGuest")(guest_);
+    guest_ = nullptr;
+    module_.unload();
+  }
+
+  bool isMapped() const { return module_.isMapped(); }
+
+private:
+  LoadedModule module_;
+  guest::Guest* guest_;
+};
+
+template <class Act>
+std::string printed(Act act) {
+  testing::internal::CaptureStdout();
+  act();
+  return testing::internal::GetCapturedStdout();
+}
+
+std::string textOfFile(const std::string& name) {
+  std::ifstream file(name, std::ios::binary);
+  std::ostringstream text;
+  text << file.rdbuf();
+  return text.str();
+}
+
+class Catcher : public VerboseCatcher {
+public:
+  void catchMessage(int, const std::string& location, const std::string& text, const std::string&,
+                    int, char) override {
+    seen += location + text + '\n';
+  }
+  std::string seen;
+};
+
+struct HostBrick : Cacheable {
+  memsize_t memsize() const override { return 1000; }
+};
+struct HostMaker : guest::Maker {
+  using Maker::Maker;
+};
+
+StrongPtr<HostMaker, Creature> makeHostMaker(const WeakPtr<Cache, CacheBase>& cache) {
+  StrongPtr<HostMaker, Creature> maker = new HostMaker(cache);
+  maker->data = new HostBrick;
+  maker->data->setCreator(maker);
+  maker->data->setName("of the host");
+  return maker;
+}
+
+} // namespace
+
+TEST(Module, AgreesWithItsHostOnTypes) {
+  demangleSymbol("i"); // the plain types have their names from now on
+  const Loaded guest;
+  const auto ours = guest::types(), theirs = guest->types();
+  const auto names = guest->names();
+  const auto ids = guest->ids();
+  ASSERT_EQ(theirs.size(), ours.size());
+  int copies = 0;
+  for (std::size_t i = 0; i < ours.size(); ++i) {
+    const std::string name = Typename(*ours[i]);
+    EXPECT_EQ(names[i], name);
+    EXPECT_EQ(ids[i], getTypeID(*ours[i])) << name;
+    EXPECT_EQ(TypeInfo(*theirs[i]), TypeInfo(*ours[i])) << name;
+    EXPECT_EQ(std::hash<TypeInfo>()(*theirs[i]), std::hash<TypeInfo>()(*ours[i])) << name;
+    copies += theirs[i] != ours[i];
+  }
+  EXPECT_GT(copies, 0); // or nothing was compared
+  EXPECT_NE(detail::typeByName("guest brick"), typeid(void));
+}
+
+TEST(Module, SharesObjectsWithItsHost) {
+  const Loaded guest;
+  const std::uint64_t made = guest::Shape::instancesMade();
+  EXPECT_EQ(guest->shapesMade(), made);
+  StrongPtr<guest::Shape> theirs = guest->makeSquare(3);
+  EXPECT_EQ(theirs->instanceNumber(), made);
+  StrongPtr<guest::Shape> ours = new guest::Square(4), plain = new guest::Shape;
+  EXPECT_EQ(ours->instanceNumber(), made + 1);
+  EXPECT_EQ(guest->shapesMade(), made + 3);
+  EXPECT_EQ(guest->cacheablesMade(), Cacheable::instancesMade());
+  const StrongPtr<Cacheable> cacheable = new HostBrick;
+  EXPECT_EQ(guest->cacheablesMade(), Cacheable::instancesMade());
+
+  // Down, on either side, whoever made the object.
+  const StrongPtr<guest::Square, guest::Shape> square(theirs);
+  ASSERT_TRUE(square);
+  EXPECT_EQ(square->area(), 9);
+  EXPECT_NE(dynamic_cast<guest::Square*>(theirs.get()), nullptr);
+  EXPECT_EQ(guest->areaOfSquare(theirs), 9);
+  EXPECT_EQ(guest->areaOfSquare(ours), 16);
+  EXPECT_EQ(guest->areaOfSquare(plain), -1);
+  EXPECT_EQ(typeid(*theirs), typeid(guest::Square));
+  EXPECT_EQ(theirs.strongCount(), 2);
+  EXPECT_EQ(theirs.weakCount(), 3);
+}
+
+TEST(Module, ThrowsAcrossItsBorder) {
+  const std::string square = " guest::Square guest::Shape";
+  const std::string expected[guest::kindsOfExceptions] = {
+      "Exception described file.cpp 12",
+      "Failure described file.cpp 12",
+      "NullPtrException" + square,
+      "MaxExceptionCount 12" + square,
+      "Tolvane::Out Of Memory",
+      "Creature::Exception described file.cpp 12",
+      "OutOfMemory Not enough memory to handle Unknown object",
+      "MaxExceptionCount 2147483647 guest::Shape guest::Shape",
+      "a text",
+  };
+  const Loaded guest;
+  std::string ours, theirs;
+  for (int kind = 0; kind < guest::kindsOfExceptions; ++kind) {
+    // What they print on their way is the same as well.
+    ours += printed([&] { EXPECT_EQ(guest->caught([&] { guest::raise(kind); }), expected[kind]); });
+    theirs +=
+        printed([&] { EXPECT_EQ(guest::caught([&] { guest->raise(kind); }), expected[kind]); });
+  }
+  EXPECT_EQ(theirs, ours);
+  EXPECT_NE(ours.find("\n *** NULL POINTER ACCESS FROM [Tolvane::StrongPtr<guest::Square, "
+                      "guest::Shape>::operator->()]"),
+            std::string::npos)
+      << ours;
+}
+
+TEST(Module, SpeaksThroughTheSameStream) {
+  const Loaded guest;
+  const StrongPtr<Catcher, VerboseCatcher> catcher = new Catcher;
+  VerboseCatcher::theCatcher = catcher;
+  guest->say("from outside");
+  VerboseCatcher::theCatcher = nullptr;
+  EXPECT_NE(catcher->seen.find("Guest.cpp:"), std::string::npos) << catcher->seen;
+  EXPECT_TRUE(catcher->seen.ends_with("from outside\n")) << catcher->seen;
+}
+
+TEST(Module, TakesItsTypesOutBeforeItGoes) {
+  const StrongPtr<Cache, CacheBase> cache = new Cache(4000, "shared");
+  Intercube cube;
+  cube.addInterface(new guest::Unit);
+  const auto host = makeHostMaker(cache);
+  WeakPtr<Cacheable> brick, zombie;
+  WeakPtr<Creature> creator;
+  for (int round = 0; round < 2; ++round) {
+    Loaded guest;
+    guest->decorate(cube);
+    StrongPtr<Creature> first = guest->makeMaker(cache, 1000),
+                        second = guest->makeMaker(cache, 500);
+    host->data = makeHostMaker(cache)->data;
+    host->data->setCreator(host);
+    host->enableCaching(false);
+    EXPECT_EQ(cache->nEntries(), 3U);
+    EXPECT_EQ(cache->totalCost(true), 2500U);
+    const std::string list = printed([&] { cache->list_info(); });
+    for (const char* part : {"guest brick", "guest maker", "from the module", "HostBrick"})
+      EXPECT_NE(list.find(part), std::string::npos) << part << list;
+
+    // The host's insertion evicts data of the module, by code of the module.
+    brick = first->getCacheable();
+    const auto other = makeHostMaker(cache);
+    EXPECT_TRUE(cache->touch(second->getCacheable()) && cache->touch(host->data));
+    EXPECT_TRUE(cache->adjust(brick->CreatorType(), brick->DomainType(), 2000));
+    EXPECT_FALSE(brick);
+    EXPECT_TRUE(second->getCacheable() && host->data);
+
+    // All that is left dies when the module leaves: data, zombies, interfaces.
+    brick = second->getCacheable();
+    creator = second;
+    cache->insert_zombie(guest->makeMaker(cache, 100)->getCacheable());
+    EXPECT_TRUE(cube.hasInterface<guest::Unit>());
+    EXPECT_NE(cube.getInterfaceNames(' ').find("Note"), std::string::npos);
+    guest->leave(*cache, cube);
+    first.reset();
+    second.reset();
+    guest.unload();
+    EXPECT_FALSE(guest.isMapped()) << "round " << round;
+
+    // And everything else goes on.
+    EXPECT_FALSE(brick || creator);
+    EXPECT_EQ(brick.strongCount(), -111);
+    EXPECT_FALSE(creator.lock());
+    EXPECT_EQ(cache->nEntries(), 1U);
+    EXPECT_EQ(cache->totalCost(true), 1000U);
+    const std::string left = printed([&] {
+      cache->list_info();
+      cube.printInterfaces();
+    });
+    EXPECT_EQ(left.find("guest brick"), std::string::npos) << left;
+    EXPECT_NE(left.find("HostBrick"), std::string::npos) << left;
+    EXPECT_NE(left.find(":\t 1 interfaces\n"), std::string::npos) << left;
+    EXPECT_TRUE(cube.findInterface<guest::Unit>());
+    for (const char* name : {"guest brick", "guest maker"})
+      EXPECT_EQ(detail::typeByName(name), typeid(void)) << name;
+    EXPECT_TRUE(cache->touch(host->data));
+    EXPECT_TRUE(cache->insert(other->data, true));
+    EXPECT_EQ(cache->purge(), 2000U);
+    EXPECT_EQ(cache->nEntries(), 0U);
+    EXPECT_EQ(Typename(typeid(guest::Square)), "guest::Square");
+  }
+}
+
+// A host that does not link the library, and loads and unloads it, twice in one process.
+TEST(Module, LibraryComesLateAndGoesEarly) {
+  const std::string module = TOLVANE_TEST_MODULE_DIR "/UsesLibrary" TOLVANE_TEST_MODULE_SUFFIX;
+  const auto runHost = [&](const std::string& how) {
+    const std::string folder = std::filesystem::current_path().string() + "/" + how;
+    std::filesystem::create_directory(folder);
+    const ProbeResult run =
+        runProbe({TOLVANE_TEST_LIBRARY, module, how},
+                 {.environment = {{"TOLVANE_VERBOSITY_FILE_WRITE", "used.txt"}},
+                  .directory = folder,
+                  .program = TOLVANE_TEST_HOST_DIR "/LoadsLibrary" TOLVANE_TEST_PROGRAM_SUFFIX});
+    EXPECT_EQ(run.exitCode, 0) << how << run.signal << run.out << run.err;
+    EXPECT_EQ(textOf(run.err), "") << how;
+    return textOf(run.out);
+  };
+  const std::string used = "UsesLibrary.cpp\n";
+  const auto holdsTheReport = [](const std::string& file, const char* reason) {
+    const std::string log = textOfFile(file);
+    return log.find(std::string(" because of ") + reason) != std::string::npos &&
+           log.find("IRREGULARITY") == log.rfind("IRREGULARITY");
+  };
+
+  const std::string round = "(none)\nused: 2 (anonymous namespace)::Item 42\n"
+                            "mapped: 0 0\nopen: 0\n";
+  EXPECT_EQ(runHost("unload"), round + round);
+  for (const char* number : {"0", "1"}) {
+    const std::string folder = std::string("unload/") + number;
+    EXPECT_TRUE(textOfFile(folder + "used.txt").ends_with(used)) << number;
+    EXPECT_TRUE(holdsTheReport(folder + "Irregularities.log", "used late")) << number;
+  }
+  // With a thread that used the library and ends after it went.
+  EXPECT_EQ(runHost("unload_before_thread"), round + round);
+  // Never unloaded: the end of the process does the same.
+  EXPECT_EQ(runHost("stay"), "(none)\nused: 2 (anonymous namespace)::Item 42\n");
+  EXPECT_TRUE(textOfFile("stay/used.txt").ends_with(used));
+  EXPECT_TRUE(holdsTheReport("stay/Irregularities.log", "used late"));
+}

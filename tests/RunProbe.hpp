@@ -30,8 +30,6 @@ struct ProbeOptions {
   std::string program = {};
   /// Start without a standard input; otherwise it is empty.
   bool closeStdin = false;
-  /// The program to start; empty for `tolvane-probe`.
-  std::string program = {};
 };
 
 struct ProbeResult {

@@ -44,6 +44,7 @@ public:
     /// Each of the pointers may be empty.
     OutOfMemory(const StrongPtr<Cacheable>& object, const WeakPtr<Creature>& creator,
                 const WeakPtr<Cache, CacheBase>& cache);
+    /// Throws std::bad_alloc.
     OutOfMemory(const OutOfMemory& other);
     ~OutOfMemory() override;
 
@@ -52,7 +53,9 @@ public:
 
     /// The object that did not fit; it lives at least as long as the exception.
     const StrongPtr<Cacheable>& object() const noexcept { return object_; }
+    /// The creator of the object.
     const WeakPtr<Creature>& creator() const noexcept { return creator_; }
+    /// The cache that had no room.
     const WeakPtr<Cache, CacheBase>& cache() const noexcept { return cache_; }
 
   private:
@@ -114,10 +117,11 @@ public:
   /// The objects as they are filed, to look at; lives as long as the cache.
   const CreatorCacheMap& objects() const noexcept { return objects_; }
 
-  /// Prints the cache to standard output: everything, one creator domain, or one data domain of
-  /// it.
+  /// Prints the whole cache to standard output.
   void list_info() const;
+  /// Prints one creator domain.
   void list_info(const std::type_info& creatorType) const;
+  /// Prints one data domain of a creator domain.
   void list_info(const std::type_info& creatorType, const std::type_info& domainType) const;
 
   /// Purges and removes what is filed under `type`, as a creator or as data, so that nothing

@@ -24,6 +24,7 @@ class Creature;
 /// Thread safety: the name never changes; for the rest see Cache.
 class TOLVANE_API CacheBase : public ReferenceBase<CacheBase> {
 public:
+  /// A cache of that name.
   explicit CacheBase(std::string name);
   ~CacheBase() override;
 
@@ -37,6 +38,7 @@ public:
   virtual bool handleOutOfMemory(const StrongPtr<Cacheable>& object,
                                  const WeakPtr<Creature>& creator);
 
+  /// The name, for reports.
   const std::string& name() const noexcept { return name_; }
 
 private:

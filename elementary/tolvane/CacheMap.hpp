@@ -63,8 +63,9 @@ public:
   /// turn. See CacheQueue::adjust().
   bool adjust(const std::type_info& domainType, const CacheBase& cache, memsize_t newCost);
 
-  /// Prints every domain, or one of them, to standard output.
+  /// Prints every domain to standard output.
   void list_info() const;
+  /// Prints one domain to standard output.
   void list_info(const std::type_info& domainType) const;
 
   /// The data domains in the order of their first use.

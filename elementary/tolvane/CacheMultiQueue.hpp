@@ -78,7 +78,9 @@ public:
   /// The single queues, to look at; null until the queue is first needed. They live as long as
   /// the domain.
   const CacheQueue* primary() const noexcept { return primary_.get(); }
+  /// Those that could not go just now.
   const CacheQueue* temporaries() const noexcept { return temporaries_.get(); }
+  /// Those that are kept.
   const CacheQueue* keepers() const noexcept { return keepers_.get(); }
 
 private:

@@ -88,6 +88,7 @@ public:
 
   /// The text that stands for the object in reports and listings; empty at first.
   std::string name() const;
+  /// Sets that text.
   void setName(std::string name);
 
   /// The other nodes of the ring that the object stands in, the queue's own node included; 0 when

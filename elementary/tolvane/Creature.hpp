@@ -59,6 +59,7 @@ public:
   class TOLVANE_API Exception : public Tolvane::Exception {
   public:
     using Tolvane::Exception::Exception;
+    /// Throws std::bad_alloc.
     Exception(const Exception& other);
     ~Exception() override;
     /// "Unspecified Tolvane::Creature Exception".
@@ -100,6 +101,7 @@ public:
 
   /// Where the data is handed to; empty for nowhere.
   WeakPtr<Cache, CacheBase> cacheManager() const;
+  /// Replaces it.
   void setCacheManager(const WeakPtr<Cache, CacheBase>& cache);
 
   /// Hands the data object to the cache manager: as its oldest entry with `asOldest`, else as its
@@ -111,8 +113,9 @@ public:
   /// no cache manager.
   void enableCaching(bool asOldest) const;
 
-  /// Prints what the default cache holds of this type of creature, or of its data of `type`.
+  /// Prints what the default cache holds of this type of creature.
   void list_info() const;
+  /// Prints what the default cache holds of the data of `type` of this type of creature.
   void list_info(const std::type_info& type) const;
 
   /// A text that identifies the data: the address of the live object, "[invalid:" and the address

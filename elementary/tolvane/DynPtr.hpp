@@ -128,8 +128,8 @@ class DynPtr {
                 "pointer or a reference to it");
 
 public:
-  using element_type = T;
-  using base_type = Base;
+  using element_type = T; ///< what it points to
+  using base_type = Base; ///< what carries the counts
 
   /// The object while it is alive, else null. Reports nothing.
   T* get() const noexcept {
@@ -165,6 +165,7 @@ public:
   /// The hash of the record; the same for all pointers to one object.
   std::size_t hash() const noexcept { return std::hash<const void*>{}(myReferer); }
 
+  /// @cond
 protected:
   static constexpr bool KeepsTarget = !std::is_same_v<T, Base>;
 
@@ -313,6 +314,7 @@ protected:
   [[no_unique_address]] detail::Target<T, KeepsTarget> target_;
 
   friend struct detail::PointerAccess;
+  /// @endcond
 };
 
 /// Whether two pointers refer to one object, or both to none.

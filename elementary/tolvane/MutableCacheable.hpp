@@ -33,7 +33,9 @@ class TOLVANE_API MutableCacheable : public Cacheable {
 public:
   using Cacheable::Cacheable;
   MutableCacheable() = default;
+  /// A new object of size 0, in no queue.
   MutableCacheable(const MutableCacheable& other);
+  /// Copies nothing.
   MutableCacheable& operator=(const MutableCacheable& other) noexcept;
   ~MutableCacheable() override;
 

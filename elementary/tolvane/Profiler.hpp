@@ -65,11 +65,11 @@ public:
 
   /// The figures of one name.
   struct Statistic {
-    std::string name;
-    std::string file;
-    int line = 0;
-    std::string function;
-    int level = 0;
+    std::string name;                     ///< as given by the first scope
+    std::string file;                     ///< where the first scope stands
+    int line = 0;                         ///< in that file
+    std::string function;                 ///< around the first scope
+    int level = 0;                        ///< of the first scope
     std::uint64_t calls = 0;              ///< scopes that have ended
     std::uint64_t totalNanoseconds = 0;   ///< their times added up
     std::uint64_t longestNanoseconds = 0; ///< the longest of them

@@ -104,13 +104,19 @@ public:
   /// @name Silent events
   /// Places for a debugger to stop at: they compute the readable type name and print nothing.
   /// @{
+  /// A reference taken meanwhile saved the object.
   void DestructionCancelled(int strong, int weak, const std::type_info& type) noexcept;
+  /// A destruction that should not be.
   void DestructionAssertion(int strong, int weak, const std::type_info& type) noexcept;
+  /// The last-reference hook changed the strong count.
   void WarningUnctionChange(int strong, int weak, const std::type_info& type) noexcept;
+  /// The last pointer of a record went that knows no object.
   void DynPtrInvalid(const void* referer, const void* object, int strong, int weak,
                      const std::type_info& type) noexcept;
+  /// A weak pointer was made.
   void WeakPtrConstructionInfo(int strong, int weak, const std::type_info& type,
                                const void* object) noexcept;
+  /// A weak pointer went.
   void WeakPtrDestructionInfo(int strong, int weak, const std::type_info& type,
                               const void* object) noexcept;
   /// @}

@@ -48,6 +48,7 @@ class StrongPtr : public DynPtr<T, Base> {
 public:
   /// An empty pointer.
   StrongPtr() noexcept = default;
+  /// An empty pointer.
   StrongPtr(std::nullptr_t) noexcept {}
 
   /// Owns `object`, which was made with `new`; nothing when it is null.
@@ -57,6 +58,7 @@ public:
     }
   }
 
+  /// One more owner of the object of `other`.
   StrongPtr(const StrongPtr& other) : Core() {
     if (!Core::copiesItself(other) && Core::aim(other)) {
       share(*other.myReferer);
@@ -104,6 +106,7 @@ public:
     }
   }
 
+  /// Owns the object of `other` from now on; the serial stays.
   StrongPtr& operator=(const StrongPtr& other) {
     if (myReferer != other.myReferer) {
       StrongPtr(other).swap(*this);
@@ -111,6 +114,7 @@ public:
     return *this;
   }
 
+  /// The same, taking the hold over; `other` is empty afterwards.
   StrongPtr& operator=(StrongPtr&& other) noexcept {
     StrongPtr(std::move(other)).swap(*this);
     return *this;
@@ -162,8 +166,10 @@ private:
 
 } // namespace Tolvane
 
+/// The hash of a strong pointer: that of its record.
 template <class T, class Base>
 struct std::hash<Tolvane::StrongPtr<T, Base>> {
+  /// The hash of the record.
   std::size_t operator()(const Tolvane::StrongPtr<T, Base>& pointer) const noexcept {
     return pointer.hash();
   }

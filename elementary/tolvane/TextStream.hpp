@@ -64,12 +64,17 @@ public:
 
   /// The number in decimal. A truth value is a number here: 1 or 0.
   Stream& operator<<(int number) { return *this << static_cast<long long>(number); }
+  /// The number in decimal.
   Stream& operator<<(long number) { return *this << static_cast<long long>(number); }
+  /// The number in decimal.
   Stream& operator<<(long long number) { return put(detail::NumberText(number).view()); }
+  /// The number in decimal.
   Stream& operator<<(unsigned number) { return *this << static_cast<unsigned long long>(number); }
+  /// The number in decimal.
   Stream& operator<<(unsigned long number) {
     return *this << static_cast<unsigned long long>(number);
   }
+  /// The number in decimal.
   Stream& operator<<(unsigned long long number) { return put(detail::NumberText(number).view()); }
 
   /// The shortest decimal form that reads back as the same number.

@@ -173,6 +173,7 @@ private:
 /// while it lives.
 class TOLVANE_API VerboseRecursion {
 public:
+  /// Indents with @p indentChar until the end of the object.
   explicit VerboseRecursion(char indentChar) noexcept;
   VerboseRecursion(const VerboseRecursion&) = delete;
   VerboseRecursion& operator=(const VerboseRecursion&) = delete;
@@ -240,7 +241,9 @@ public:
 
   /// The catcher; empty when there is none or it has died.
   StrongPtr<VerboseCatcher> lock() const { return weak().lock(); }
+  /// The same as a conversion.
   operator StrongPtr<VerboseCatcher>() const { return lock(); }
+  /// The catcher, not held.
   operator WeakPtr<VerboseCatcher>() const { return weak(); }
   /// Whether there is a live catcher.
   explicit operator bool() const { return static_cast<bool>(weak()); }
@@ -248,6 +251,7 @@ public:
   VerboseCatcher* get() const { return weak().get(); }
   /// Takes the catcher out.
   void reset() { *this = nullptr; }
+  /// Whether there is no live catcher.
   friend bool operator==(const Slot&, std::nullptr_t) { return weak() == nullptr; }
 
 private:

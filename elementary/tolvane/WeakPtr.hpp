@@ -38,6 +38,7 @@ class WeakPtr : public DynPtr<T, Base> {
 public:
   /// An empty pointer.
   WeakPtr() noexcept = default;
+  /// An empty pointer.
   WeakPtr(std::nullptr_t) noexcept {}
 
   /// Observes `object`; nothing when it is null.
@@ -47,6 +48,7 @@ public:
     }
   }
 
+  /// Observes the object of `other`.
   WeakPtr(const WeakPtr& other) : Core() {
     if (!Core::copiesItself(other) && Core::aim(other)) {
       watch(*other.myReferer);
@@ -78,6 +80,7 @@ public:
     }
   }
 
+  /// Observes the object of `other` from now on; the serial stays.
   WeakPtr& operator=(const WeakPtr& other) {
     if (myReferer != other.myReferer) {
       WeakPtr(other).swap(*this);
@@ -85,6 +88,7 @@ public:
     return *this;
   }
 
+  /// The same, taking the hold over; `other` is empty afterwards.
   WeakPtr& operator=(WeakPtr&& other) noexcept {
     WeakPtr(std::move(other)).swap(*this);
     return *this;
@@ -119,8 +123,10 @@ private:
 
 } // namespace Tolvane
 
+/// The hash of a weak pointer: that of its record.
 template <class T, class Base>
 struct std::hash<Tolvane::WeakPtr<T, Base>> {
+  /// The hash of the record.
   std::size_t operator()(const Tolvane::WeakPtr<T, Base>& pointer) const noexcept {
     return pointer.hash();
   }

@@ -1,15 +1,41 @@
-#include <tolvane/Environment.hpp>
-#include <tolvane/Exception.hpp>
-#include <tolvane/Typename.hpp>
+#include <tolvane/Tolvane.hpp>
 
 #include <iostream>
 #include <string>
+#include <vector>
 
 // Uses the installed library across its boundary: values, an exception of a type that lives in the
-// library, and the name of a type that the library has never seen.
+// library, the name of a type that the library has never seen, and objects of the host's own types
+// in the library's cache.
 
 namespace Consumer {
-struct Volume {};
+
+class Volume : public Tolvane::Cacheable {
+public:
+  Tolvane::memsize_t memsize() const override { return 400; }
+};
+
+class Maker : public Tolvane::Creature {
+public:
+  using Creature::Creature;
+
+  void make() {
+    volume_ = new Volume;
+    volume_->setCreator(self());
+    enableCaching(false);
+  }
+
+  Tolvane::StrongPtr<Tolvane::Cacheable> getCacheable() const override { return volume_; }
+
+  int release() override {
+    volume_ = nullptr;
+    return 2;
+  }
+
+private:
+  Tolvane::StrongPtr<Tolvane::Cacheable> volume_;
+};
+
 } // namespace Consumer
 
 namespace {
@@ -31,6 +57,18 @@ bool exceptionKeepsItsType() {
   }
 }
 
+bool cacheKeepsItsBudget() {
+  const Tolvane::StrongPtr<Tolvane::Cache, Tolvane::CacheBase> cache =
+      new Tolvane::Cache(1000, "consumer");
+  std::vector<Tolvane::StrongPtr<Consumer::Maker, Tolvane::Creature>> makers;
+  for (int i = 0; i < 3; ++i) {
+    makers.emplace_back(new Consumer::Maker(cache));
+    makers.back()->make();
+  }
+  return cache->totalCost(true) == 800 && !makers[0]->hasData() && makers[1]->hasData() &&
+         makers[2]->hasData();
+}
+
 } // namespace
 
 int main() {
@@ -40,5 +78,6 @@ int main() {
   check(Tolvane::getEnvInteger("TOLVANE_CONSUMER", "a variable of the host", 0) == 17,
         "and read back");
   check(exceptionKeepsItsType(), "an exception keeps its type");
+  check(cacheKeepsItsBudget(), "the cache releases the oldest object of the host");
   return failures == 0 ? 0 : 1;
 }

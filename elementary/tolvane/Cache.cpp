@@ -1,0 +1,187 @@
+#include <tolvane/Cache.hpp>
+#include <tolvane/Creature.hpp>
+#include <tolvane/Environment.hpp>
+#include <tolvane/HeldInternal.hpp>
+#include <tolvane/SystemMemory.hpp>
+#include <tolvane/Typename.hpp>
+#include <tolvane/Verbose.hpp>
+
+#include <cstdio>
+#include <limits>
+
+namespace Tolvane {
+
+namespace {
+
+std::string mem(memsize_t bytes) {
+  return VerboseStream::MemString(static_cast<long long>(bytes));
+}
+
+std::string outOfMemoryText(const Cacheable* object) {
+  return "Not enough memory to handle " +
+         (object != nullptr ? Typename(typeid(*object)) : "Unknown object");
+}
+
+/// What has to be known of an object to admit it, read while it is held: afterwards it may be
+/// asked to go like any other.
+struct Admission {
+  const std::type_info* domain = nullptr;
+  const std::type_info* creatorDomain = nullptr;
+  memsize_t cost = 0;
+};
+
+bool admissible(const WeakPtr<Cacheable>& object, Admission& admission) {
+  const auto held = StrongPtr<Cacheable>::holdIfHeld(object);
+  if (!held) {
+    return false;
+  }
+  const auto creator = StrongPtr<Creature>::holdIfHeld(held->creator());
+  if (!creator) {
+    return false;
+  }
+  admission = {&held->DomainType(), &typeid(*creator), held->memsize()};
+  return true;
+}
+
+} // namespace
+
+Cache::OutOfMemory::OutOfMemory(const StrongPtr<Cacheable>& object,
+                                const WeakPtr<Creature>& creator,
+                                const WeakPtr<Cache, CacheBase>& cache)
+    : Exception(outOfMemoryText(object.get()), __FILE__, __LINE__), object_(object),
+      creator_(creator), cache_(cache), text_(description().c_str()) {}
+
+Cache::OutOfMemory::OutOfMemory(const OutOfMemory& other) = default;
+
+Cache::OutOfMemory::~OutOfMemory() = default;
+
+const char* Cache::OutOfMemory::what() const noexcept {
+  return text_.c_str();
+}
+
+Cache::Cache(memsize_t limit, const std::string& name) : CacheBase(name), limit_(limit) {}
+
+Cache::~Cache() = default;
+
+memsize_t Cache::totalCost(bool all) const {
+  return objects_.memsize(all);
+}
+
+memsize_t Cache::limit() const {
+  return limit_;
+}
+
+bool Cache::handleOutOfMemory(const StrongPtr<Cacheable>& object,
+                              const WeakPtr<Creature>& creator) {
+  throw OutOfMemory(object, creator, WeakPtr<Cache, CacheBase>(this));
+}
+
+bool Cache::insert(const WeakPtr<Cacheable>& object, bool asOldest) {
+  const auto alive = StrongPtr<CacheBase>::holdIfHeld(self());
+  Admission admission;
+  if (!admissible(object, admission)) {
+    return false;
+  }
+  if (verbosity() > 0) {
+    const memsize_t freeable = totalCost(false);
+    VerboseStream report(false, false, 0, __FILE__, __LINE__, TOLVANE_FUNCTION, "", "Mem");
+    report << "Info: Cache<" << name() << ">::insert(): Have " << std::to_string(nEntries())
+           << " entries using " << mem(totalCost(true)) << " (" << mem(freeable) << " freeable, "
+           << mem(totalCost(true) - freeable) << " unfreeable) of " << mem(limit())
+           << " allowed, adding " << mem(admission.cost) << " " << *admission.domain
+           << " ---> Creator Type " << *admission.creatorDomain;
+    if (verbosity() > 1) {
+      report << " [process uses " << mem(getMemUsage()) << ", available "
+             << mem(getAvailableMemory()) << " of " << mem(getMemorySize()) << "]";
+    }
+  }
+  purge_Hades();
+  // The zombies may have held the object, or have been a part of it.
+  if (!admissible(object, admission)) {
+    return false;
+  }
+  const auto refuse = [&] {
+    TOLVANE_VERBOSE_DOMAIN(1, "Mem") << "Cache<" << name() << ">::insert(): no room for "
+                                     << mem(admission.cost) << " of " << *admission.domain;
+    return false;
+  };
+  if (!adjust(*admission.creatorDomain, *admission.domain, admission.cost) ||
+      !objects_.insert(object, asOldest)) {
+    return refuse();
+  }
+  if (verbosity() >= 11) {
+    list_info();
+  }
+  return true;
+}
+
+void Cache::insert_zombie(const WeakPtr<Cacheable>& object) {
+  objects_.insert_zombie(object);
+}
+
+void Cache::purge_Hades() {
+  objects_.purge_Hades();
+}
+
+bool Cache::touch(const WeakPtr<Cacheable>& object) {
+  const auto alive = StrongPtr<CacheBase>::holdIfHeld(self());
+  return objects_.touch(object);
+}
+
+memsize_t Cache::purge() {
+  const auto alive = StrongPtr<CacheBase>::holdIfHeld(self());
+  return objects_.purge();
+}
+
+bool Cache::adjust(const std::type_info& creatorType, const std::type_info& domainType,
+                   memsize_t newCost) {
+  const memsize_t total = totalCost(false);
+  // Strictly below, without a sum that could wrap; at equality the queue decides, and says yes.
+  if (total < limit() && newCost < limit() - total) {
+    return true;
+  }
+  if (verbosity() > 10) {
+    std::printf("bool Cache::adjust(): Have %llu Allowed %llu new %llu\n", total, limit(), newCost);
+    std::fflush(stdout);
+  }
+  const auto alive = StrongPtr<CacheBase>::holdIfHeld(self());
+  return objects_.adjust(creatorType, domainType, *this, newCost);
+}
+
+std::uint32_t Cache::nEntries() const {
+  return objects_.nEntries();
+}
+
+template <class List>
+void Cache::list(List list) const {
+  std::printf("** Cache<%s> with %u entries using %llu bytes, %llu of them freeable (max allowed "
+              "%llu) **\n",
+              name().c_str(), nEntries(), totalCost(true), totalCost(false), limit());
+  list();
+  std::fflush(stdout);
+}
+
+void Cache::list_info() const {
+  list([&] { objects_.list_info(); });
+}
+
+void Cache::list_info(const std::type_info& creatorType) const {
+  list([&] { objects_.list_info(creatorType); });
+}
+
+void Cache::list_info(const std::type_info& creatorType, const std::type_info& domainType) const {
+  list([&] { objects_.list_info(creatorType, domainType); });
+}
+
+memsize_t Cache::forget(const std::type_info& type) {
+  const auto alive = StrongPtr<CacheBase>::holdIfHeld(self());
+  return objects_.forget(type);
+}
+
+int Cache::verbosity() {
+  static const int level = getEnvInteger(
+      "MEMCACHE_VERBOSITY", "Detailness of the Cacheing process of loading/unloading objects", 0);
+  return level;
+}
+
+} // namespace Tolvane

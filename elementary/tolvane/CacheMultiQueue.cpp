@@ -1,0 +1,134 @@
+#include <tolvane/CacheMultiQueue.hpp>
+#include <tolvane/CacheTotalsInternal.hpp>
+#include <tolvane/HeldInternal.hpp>
+#include <tolvane/Verbose.hpp>
+
+#include <cstdio>
+#include <utility>
+
+namespace Tolvane {
+
+CacheMultiQueue::CacheMultiQueue() : CacheMultiQueue(std::make_shared<detail::CacheTotals>()) {}
+
+CacheMultiQueue::CacheMultiQueue(std::shared_ptr<detail::CacheTotals> totals)
+    : totals_(std::move(totals)) {}
+
+CacheMultiQueue::~CacheMultiQueue() {
+  purge_Hades();
+}
+
+CacheQueue& CacheMultiQueue::obtain(Slot& slot) {
+  if (CacheQueue* queue = slot.get()) {
+    return *queue;
+  }
+  const std::lock_guard lock(mutex_);
+  if (slot.get() == nullptr) {
+    slot.owner = new CacheQueue(totals_, &slot != &keepers_);
+    slot.queue.store(slot.owner.get(), std::memory_order_release);
+  }
+  return *slot.get();
+}
+
+template <class Visit>
+void CacheMultiQueue::forEachQueue(Visit visit) const {
+  for (const Slot* slot : {&primary_, &temporaries_, &keepers_}) {
+    if (CacheQueue* queue = slot->get()) {
+      visit(*queue);
+    }
+  }
+}
+
+bool CacheMultiQueue::push_front(const WeakPtr<Cacheable>& object) {
+  return object && obtain(primary_).push_front(object);
+}
+
+bool CacheMultiQueue::push_back(const WeakPtr<Cacheable>& object) {
+  return object && obtain(primary_).put_in_back(object);
+}
+
+bool CacheMultiQueue::isAlreadyIncluded(const WeakPtr<Cacheable>& object) const {
+  bool included = false;
+  forEachQueue([&](const CacheQueue& queue) { included |= queue.isAlreadyIncluded(object); });
+  return included;
+}
+
+bool CacheMultiQueue::touch(const WeakPtr<Cacheable>& object) const {
+  if (!object) {
+    return false;
+  }
+  if (CacheQueue* primary = primary_.get()) {
+    return primary->push_front(object);
+  }
+  std::printf("CacheMap::touch(const WeakPtr<Cacheable>&Ca): No Primary Queue found! Nothing "
+              "touched.\n");
+  std::fflush(stdout);
+  return false;
+}
+
+void CacheMultiQueue::insert_zombie(const WeakPtr<Cacheable>& object) {
+  StrongPtr<Cacheable> zombie = object.lock();
+  if (!zombie) {
+    return;
+  }
+  const std::lock_guard lock(mutex_);
+  hades_.push_front(std::move(zombie));
+  totals_->zombies.fetch_add(1);
+}
+
+void CacheMultiQueue::purge_Hades() {
+  if (totals_->zombies.load() == 0) {
+    return;
+  }
+  // Swapped out first: the death of a zombie may make others.
+  std::list<StrongPtr<Cacheable>> zombies;
+  const std::lock_guard lock(mutex_);
+  zombies.swap(hades_);
+  totals_->zombies.fetch_sub(zombies.size());
+}
+
+memsize_t CacheMultiQueue::purge() {
+  purge_Hades();
+  memsize_t freed = 0;
+  forEachQueue([&](CacheQueue& queue) { freed += queue.purge(); });
+  return freed;
+}
+
+bool CacheMultiQueue::adjust(const CacheBase& cache, memsize_t newCost) {
+  CacheQueue* const primary = primary_.get();
+  if (primary != nullptr && primary->heldByThisThread()) {
+    return false;
+  }
+  purge_Hades();
+  if (primary == nullptr) {
+    return false;
+  }
+  CacheQueue& temporaries = obtain(temporaries_);
+  if (const detail::Held<Cacheable> returning{temporaries.oldest()}) {
+    TOLVANE_VERBOSE_DOMAIN(5, "Mem")
+        << "  MOVING Temporary Item [" << returning->name() << "] to Release Candidates.";
+    primary->put_in_back(returning->self());
+  }
+  return primary->adjust(cache, newCost, temporaries, obtain(keepers_));
+}
+
+void CacheMultiQueue::list_info() const {
+  forEachQueue([](const CacheQueue& queue) { queue.list_info(50); });
+}
+
+memsize_t CacheMultiQueue::memsize(bool all) const {
+  memsize_t sum = 0;
+  forEachQueue([&](const CacheQueue& queue) {
+    if (all || &queue != keepers_.get()) {
+      sum += queue.memsize();
+    }
+  });
+  return sum;
+}
+
+std::uint32_t CacheMultiQueue::nEntries() const {
+  std::uint32_t sum = 0;
+  forEachQueue([&](const CacheQueue& queue) { sum += queue.nEntries(); });
+  return sum;
+}
+
+} // namespace Tolvane

@@ -1,0 +1,105 @@
+#pragma once
+
+#include <tolvane/CacheQueue.hpp>
+
+#include <list>
+#include <memory>
+#include <mutex>
+
+/// @file
+/// All cached objects of one data domain under one creator domain: those that can be released,
+/// those that could not be just now, those that are kept, and those that wait to be destroyed.
+///
+/// @code
+/// Tolvane::CacheMultiQueue domain;
+/// domain.push_front(brick);
+/// domain.touch(brick);
+/// @endcode
+
+namespace Tolvane {
+
+/// The three queues and the zombie list of one domain.
+///
+/// An object enters the primary queue; an eviction moves it to the temporaries or the keepers; each
+/// later eviction first brings the oldest temporary back to the oldest end of the primary queue;
+/// a touch brings any object back to its newest end.
+///
+/// Thread safety: any thread may call any operation.
+class TOLVANE_API CacheMultiQueue {
+public:
+  /// No queue and no zombie yet.
+  CacheMultiQueue();
+
+  /// The same as part of a whole cache, whose sums its queues keep.
+  explicit CacheMultiQueue(std::shared_ptr<detail::CacheTotals> totals);
+
+  CacheMultiQueue(const CacheMultiQueue&) = delete;
+  CacheMultiQueue& operator=(const CacheMultiQueue&) = delete;
+
+  ~CacheMultiQueue();
+
+  /// Makes an object the newest of the primary queue; nothing when it is gone. Returns whether it
+  /// stands there now; see CacheQueue::push_front().
+  bool push_front(const WeakPtr<Cacheable>& object);
+
+  /// Makes an object the oldest of the primary queue, the first to be released.
+  bool push_back(const WeakPtr<Cacheable>& object);
+
+  /// Whether an object stands in one of the three queues.
+  bool isAlreadyIncluded(const WeakPtr<Cacheable>& object) const;
+
+  /// Makes an object, wherever it stands, the newest of the primary queue. Returns false when it
+  /// is gone, and, after a line on standard output, when there is no primary queue yet.
+  bool touch(const WeakPtr<Cacheable>& object) const;
+
+  /// Keeps an object alive until the next purge_Hades(); nothing when it is gone.
+  void insert_zombie(const WeakPtr<Cacheable>& object);
+
+  /// Lets go of the zombies.
+  void purge_Hades();
+
+  /// purge_Hades(), then the purge of all three queues; see CacheQueue::purge(). Returns the bytes
+  /// that the queues lost.
+  memsize_t purge();
+
+  /// Makes room for `newCost` bytes; see CacheQueue::adjust(). Returns false when nothing was ever
+  /// inserted here, and when this thread answers a release request of this very domain.
+  bool adjust(const CacheBase& cache, memsize_t newCost);
+
+  /// The listings of the three queues, as far as they exist.
+  void list_info() const;
+
+  /// The bytes that can be released, and with `all` those that are kept as well.
+  memsize_t memsize(bool all) const;
+
+  /// The number of entries of all queues.
+  std::uint32_t nEntries() const;
+
+  /// The single queues, to look at; null until the queue is first needed. They live as long as
+  /// the domain.
+  const CacheQueue* primary() const noexcept { return primary_.get(); }
+  const CacheQueue* temporaries() const noexcept { return temporaries_.get(); }
+  const CacheQueue* keepers() const noexcept { return keepers_.get(); }
+
+private:
+  /// A queue that is made when it is first needed and stays from then on.
+  struct Slot {
+    StrongPtr<CacheQueue, Cacheable> owner;
+    std::atomic<CacheQueue*> queue{nullptr};
+
+    CacheQueue* get() const noexcept { return queue.load(std::memory_order_acquire); }
+  };
+
+  CacheQueue& obtain(Slot& slot);
+  template <class Visit>
+  void forEachQueue(Visit visit) const;
+
+  Slot primary_;
+  Slot temporaries_;
+  Slot keepers_;
+  std::list<StrongPtr<Cacheable>> hades_;
+  std::shared_ptr<detail::CacheTotals> totals_;
+  mutable std::mutex mutex_; // guards the making of queues and the zombies
+};
+
+} // namespace Tolvane

@@ -1,0 +1,135 @@
+#pragma once
+
+#include <tolvane/Cacheable.hpp>
+
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+/// @file
+/// The cached objects of one domain in the order of their last use, and the eviction of the oldest.
+///
+/// @code
+/// Tolvane::CacheQueue queue;
+/// queue.push_front(brick);      // the newest entry
+/// brick->markAsUsed();          // the newest again
+/// assert(queue.nEntries() == 1 && queue.memsize() == brick->memsize());
+/// @endcode
+
+namespace Tolvane {
+
+namespace detail {
+struct CacheTotals;
+}
+
+/// A ring of cacheables from the newest to the oldest, without owning them.
+///
+/// Thread safety: any thread may call any operation of a queue that it knows to be alive; an
+/// entry may die at any time. adjust() holds the queue while it asks the creators to release their
+/// data. A `Creature::release` that is asked may destroy objects and use any other queue, but
+/// - must not push into the queue that asks it: that throws std::system_error
+///   (resource_deadlock_would_occur);
+/// - must not wait for a thread that needs this queue: that never ends. The thread that waits
+///   for the queue reports it once, as an irregularity, after ten seconds;
+/// - finds a queue that another thread holds busy, which counts as "no room": waiting for it could
+///   be a wait for each other.
+class TOLVANE_API CacheQueue : public Cacheable {
+public:
+  /// Visits the entries of a queue.
+  class TOLVANE_API Iterator {
+  public:
+    /// Looks at one entry, which is held alive meanwhile. Returns whether to go on.
+    virtual bool visit(Cacheable& entry) = 0;
+    virtual ~Iterator();
+  };
+
+  /// An empty queue.
+  CacheQueue();
+
+  CacheQueue(const CacheQueue&) = delete;
+  CacheQueue& operator=(const CacheQueue&) = delete;
+
+  /// Purges the queue. Entries that stay alive stand in no queue afterwards; an entry without a
+  /// creator is reported as an irregularity.
+  ~CacheQueue() override;
+
+  /// The sum of the entries' sizes as they were counted.
+  memsize_t memsize() const override;
+
+  /// Makes an object the newest entry, wherever it stood before; nothing when it is gone. Returns
+  /// whether it stands here now; exceptions and the case of false are those of
+  /// Cacheable::push_front.
+  bool push_front(const WeakPtr<Cacheable>& object);
+
+  /// The same under a name of its own in the trace.
+  bool put_in_front(const WeakPtr<Cacheable>& object);
+
+  /// Makes an object the oldest entry; otherwise as push_front().
+  bool put_in_back(const WeakPtr<Cacheable>& object);
+
+  /// Whether an object is alive and stands in this queue.
+  bool isAlreadyIncluded(const WeakPtr<Cacheable>& object) const;
+
+  /// The number of entries.
+  std::uint32_t nEntries() const noexcept;
+
+  /// The sum of what the entries say now, to be compared with memsize().
+  memsize_t compute_memsize() const;
+
+  /// Visits the entries from the newest to the oldest, as the ring stands at the start of the
+  /// call; entries that go or leave meanwhile are passed over. Stops at the first visit that
+  /// returns false. Returns how many returned true.
+  unsigned iterate(Iterator& iterator) const;
+
+  /// Prints a line per entry to standard output, from the newest: the name in braces, type,
+  /// address and size; with a `detail` of 50 and more also the creator's type and the number of
+  /// strong pointers.
+  void list_info(int detail) const;
+
+  /// The oldest entry; empty when there is none.
+  WeakPtr<Cacheable> oldest() const;
+
+  /// Asks the creator of every entry to release its data, from the newest on and from the newest
+  /// again after each that went, whatever the creators answer. Entries made meanwhile are not
+  /// asked. Holds no lock while it asks. Returns the bytes that went.
+  ///
+  /// Throws NullPtrException, after its report, at an entry without a live creator, and what a
+  /// creator throws; the queue is whole then.
+  memsize_t purge();
+
+  /// Releases the oldest entries until `newCost` bytes fit the limit of `cache`, or no entry is
+  /// left. Entries whose creators answer 1 move to `temporaries`, 0 to `keepers`. Returns whether
+  /// there is room; an empty queue answers true at once.
+  ///
+  /// Returns false with one irregularity report after 100 answers in a row that left the number
+  /// of entries as it was. Throws as purge() does.
+  bool adjust(const CacheBase& cache, memsize_t newCost, CacheQueue& temporaries,
+              CacheQueue& keepers);
+
+  /// Whether this thread holds the queue, because it answers a release request of it.
+  bool heldByThisThread() const noexcept;
+
+private:
+  friend class Cacheable;
+  friend class CacheMultiQueue;
+  class Lock;
+  class Eviction;
+
+  /// A queue whose sums count towards those of a whole cache, as data that can be released or as
+  /// data that is kept.
+  CacheQueue(std::shared_ptr<detail::CacheTotals> totals, bool releasable);
+
+  void count(memsize_t bytes, int entries) noexcept;
+  bool put(const char* operation, const WeakPtr<Cacheable>& object, End end, Entry entry);
+  std::vector<WeakPtr<Cacheable>> snapshot() const;
+  memsize_t purgeEntries(bool tolerant);
+  void releaseEntries();
+
+  std::atomic<memsize_t> total_{0};
+  std::atomic<std::uint32_t> entries_{0};
+  mutable detail::PosixMutex queueMutex_;
+  std::shared_ptr<detail::CacheTotals> totals_;
+  const bool releasable_ = true;
+};
+
+} // namespace Tolvane

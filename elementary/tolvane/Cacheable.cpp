@@ -1,0 +1,241 @@
+#include <tolvane/CacheQueueLockInternal.hpp>
+#include <tolvane/Cacheable.hpp>
+#include <tolvane/Creature.hpp>
+#include <tolvane/HeldInternal.hpp>
+
+#include <stdexcept>
+#include <utility>
+
+namespace Tolvane {
+
+namespace detail {
+
+void preDestruct(ReferenceBase<Cacheable>& object) noexcept {
+  static_cast<Cacheable&>(object).PreDestructor();
+}
+
+} // namespace detail
+
+Cacheable::Cacheable() = default;
+
+Cacheable::Cacheable(const Cacheable& other) : ReferenceBase(other) {}
+
+Cacheable::Cacheable(const WeakPtr<Creature, Creature>& creator) : creator_(creator) {}
+
+Cacheable::Cacheable(Anchor) : isAnchor_(true) {}
+
+Cacheable::~Cacheable() {
+  const std::lock_guard own(mutex_);
+  if (queue_ != nullptr) {
+    const std::lock_guard ring(queue_->Cacheable::mutex_);
+    unlink();
+  }
+}
+
+Cacheable& Cacheable::operator=(const Cacheable&) noexcept {
+  return *this;
+}
+
+memsize_t Cacheable::memsize() const {
+  return 0;
+}
+
+void Cacheable::DeferredConstructor() {}
+
+const std::type_info& Cacheable::DomainType() const {
+  return typeid(*this);
+}
+
+const std::type_info& Cacheable::CreatorType() const {
+  const detail::Held<Creature> creator(this->creator());
+  return creator ? typeid(*creator) : typeid(void);
+}
+
+void Cacheable::setCreator(const WeakPtr<Creature, Creature>& creator) {
+  const std::lock_guard lock(mutex_);
+  creator_ = creator;
+}
+
+WeakPtr<Creature, Creature> Cacheable::creator() const {
+  const std::lock_guard lock(mutex_);
+  return creator_;
+}
+
+WeakPtr<Cache, CacheBase> Cacheable::myCache() const {
+  const detail::Held<Creature> creator(this->creator());
+  return creator ? creator->cacheManager() : WeakPtr<Cache, CacheBase>();
+}
+
+std::string Cacheable::name() const {
+  const std::lock_guard lock(mutex_);
+  return name_;
+}
+
+void Cacheable::setName(std::string name) {
+  const std::lock_guard lock(mutex_);
+  name_.swap(name);
+}
+
+unsigned Cacheable::NumberOfListEntries() const {
+  const std::lock_guard own(mutex_);
+  std::unique_lock<detail::PosixMutex> ring;
+  if (queue_ != nullptr) {
+    ring = std::unique_lock(queue_->Cacheable::mutex_);
+  }
+  unsigned others = 0;
+  for (const Cacheable* node = prev_.get(); node != this; node = node->prev_.get()) {
+    ++others;
+  }
+  return others;
+}
+
+Cacheable& Cacheable::CacheableDeferredConstructor() {
+  if (const detail::Held<Creature> creator{this->creator()}) {
+    creator->enableCaching(false);
+  }
+  DeferredConstructor();
+  return *this;
+}
+
+void Cacheable::adjustCacheableSize(unsigned long long delta) {
+  const std::lock_guard lock(mutex_);
+  countDelta(delta);
+}
+
+void Cacheable::countDelta(memsize_t delta) noexcept {
+  sizeVersion_.fetch_add(1);
+  // A dying object is no longer part of the sums; its destructors may well shrink it.
+  if (queue_ != nullptr && !predestructed_) {
+    queue_->count(delta, 0);
+  }
+}
+
+bool Cacheable::markAsUsed() {
+  CacheQueue* queue = nullptr;
+  WeakPtr<Cacheable> node;
+  {
+    // A queue lets go of its entries before it dies, so its record is there as long as this lock
+    // is held; from then on the hold keeps the queue, where it has an owner.
+    const std::lock_guard lock(mutex_);
+    if (queue_ == nullptr) {
+      return false;
+    }
+    queue = queue_;
+    node = queue->self();
+  }
+  const detail::Held<Cacheable> held(node);
+  return held && queue->put("CacheQueue::push_front(type=", self(), End::Newest, Entry::Refresh);
+}
+
+bool Cacheable::leaveQueue() {
+  for (int attempts = 100;; --attempts) {
+    const unsigned version = sizeVersion_.load();
+    const memsize_t size = memsize();
+    const std::lock_guard own(mutex_);
+    if (queue_ == nullptr) {
+      return false;
+    }
+    if (version != sizeVersion_.load() && attempts > 0) {
+      continue;
+    }
+    // The queue may die as soon as its ring is released.
+    const std::lock_guard ring(queue_->Cacheable::mutex_);
+    unlink();
+    if (!predestructed_) {
+      queue_->count(-size, -1);
+    }
+    queue_ = nullptr;
+    return true;
+  }
+}
+
+void Cacheable::PreDestructor() {
+  const memsize_t size = memsize();
+  const std::lock_guard lock(mutex_);
+  predestructed_ = true;
+  if (queue_ != nullptr) {
+    queue_->count(-size, -1);
+  }
+}
+
+bool Cacheable::push_back(CacheQueue& queue) {
+  return push(queue, End::Oldest, Entry::Insert);
+}
+
+bool Cacheable::push_front(CacheQueue& queue) {
+  return push(queue, End::Newest, Entry::Insert);
+}
+
+bool Cacheable::push(CacheQueue& queue, End end, Entry entry) {
+  if (isAnchor_) {
+    throw std::invalid_argument("Cacheable: a CacheQueue cannot be an entry of a queue, its links "
+                                "are those of its own ring");
+  }
+  const CacheQueue::Lock lock(queue, entry == Entry::MoveAside);
+  if (!lock) {
+    return false;
+  }
+  for (int attempts = 100;; --attempts) {
+    const unsigned version = sizeVersion_.load();
+    const memsize_t size = memsize();
+    const std::lock_guard own(mutex_);
+    if (predestructed_ || (queue_ == nullptr && entry != Entry::Insert)) {
+      return false;
+    }
+    if (version == sizeVersion_.load() || attempts <= 0) {
+      moveTo(queue, end, size);
+      return true;
+    }
+  }
+}
+
+void Cacheable::moveTo(CacheQueue& queue, End end, memsize_t size) {
+  Cacheable& anchor = queue;
+  CacheQueue* const old = queue_;
+  {
+    std::unique_lock<detail::PosixMutex> ring(anchor.mutex_, std::defer_lock);
+    std::unique_lock<detail::PosixMutex> oldRing;
+    if (old != nullptr && old != &queue) {
+      oldRing = std::unique_lock(old->Cacheable::mutex_, std::defer_lock);
+      std::lock(ring, oldRing);
+    } else {
+      ring.lock();
+    }
+    if (end == End::Newest) {
+      unlink();
+      linkBetween(*anchor.prev_.get(), anchor);
+    } else if (anchor.next_.get() != this) {
+      unlink();
+      linkBetween(anchor, *anchor.next_.get());
+    }
+    queue_ = &queue;
+    // Still inside the ring's lock: the old queue may die as soon as it is released.
+    if (old != &queue) {
+      if (old != nullptr) {
+        old->count(-size, -1);
+      }
+      queue.count(size, 1);
+    }
+  }
+}
+
+/// Leaves the ring; the links lead to the object itself from then on. Needs the mutexes of the
+/// object and of its queue's node.
+void Cacheable::unlink() noexcept {
+  Cacheable* const next = next_.get();
+  Cacheable* const prev = prev_.get();
+  next->prev_.set(prev);
+  prev->next_.set(next);
+  next_.set(this);
+  prev_.set(this);
+}
+
+/// Enters a ring between two neighbours; needs the same mutexes.
+void Cacheable::linkBetween(Cacheable& prev, Cacheable& next) noexcept {
+  prev_.set(&prev);
+  next_.set(&next);
+  prev.next_.set(this);
+  next.prev_.set(this);
+}
+
+} // namespace Tolvane

@@ -1,0 +1,85 @@
+#pragma once
+
+#include <tolvane/CacheMap.hpp>
+
+#include <memory>
+#include <typeinfo>
+
+/// @file
+/// All cached objects of a cache, filed by the type of their creator and then by their own.
+///
+/// @code
+/// Tolvane::CreatorCacheMap map;
+/// map.insert(brick, false);
+/// std::cout << map.nEntries() << " entries, " << map.memsize(true) << " bytes\n";
+/// @endcode
+
+namespace Tolvane {
+
+/// One CacheMap per creator domain, in the order in which the domains were first used.
+///
+/// Thread safety: any thread may call any operation; for forget() see there.
+class TOLVANE_API CreatorCacheMap {
+public:
+  CreatorCacheMap();
+  CreatorCacheMap(const CreatorCacheMap&) = delete;
+  CreatorCacheMap& operator=(const CreatorCacheMap&) = delete;
+
+  /// Purges all queues.
+  ~CreatorCacheMap();
+
+  /// Files an object under its CreatorType() and DomainType(), as the oldest or the newest; nothing
+  /// when it is gone. Returns whether it is filed; see CacheQueue::push_front().
+  bool insert(const WeakPtr<Cacheable>& object, bool asOldest);
+
+  /// Keeps an object alive until the next purge_Hades(); nothing when it is gone.
+  void insert_zombie(const WeakPtr<Cacheable>& object);
+
+  /// Makes an object the newest of its domain. Returns false when it is gone, and, after a line on
+  /// standard output, when one of its domains is unknown.
+  bool touch(const WeakPtr<Cacheable>& object);
+
+  /// The bytes that can be released, and with `all` those that are kept as well. Walks over
+  /// nothing.
+  memsize_t memsize(bool all) const;
+
+  /// The number of entries of all domains.
+  std::uint32_t nEntries() const;
+
+  /// Purges every domain; see CacheQueue::purge(). Returns the bytes that went.
+  memsize_t purge();
+
+  /// Lets go of the zombies of every domain.
+  void purge_Hades();
+
+  /// Makes room for `newCost` bytes: in the creator domain `creatorType` and its data domain
+  /// `domainType` first, then in all others in turn. See CacheQueue::adjust().
+  bool adjust(const std::type_info& creatorType, const std::type_info& domainType,
+              const CacheBase& cache, memsize_t newCost);
+
+  /// Prints all domains to standard output.
+  void list_info() const;
+  /// Prints one creator domain.
+  void list_info(const std::type_info& creatorType) const;
+  /// Prints one data domain of a creator domain.
+  void list_info(const std::type_info& creatorType, const std::type_info& domainType) const;
+
+  /// The map of a creator domain; empty when there is none.
+  StrongPtr<CacheMap> creatorDomain(const std::type_info& creatorType) const;
+
+  /// Purges and removes what is filed under `type`, as a creator or as data, so that no key
+  /// refers to it any more: for a module that is about to be unloaded. Objects that stay alive
+  /// stand in no queue afterwards. No other thread may use these domains meanwhile. Returns the
+  /// bytes that went.
+  memsize_t forget(const std::type_info& type);
+
+private:
+  struct Domains;
+
+  StrongPtr<CacheMap>& obtain(const std::type_info& creatorType);
+
+  std::shared_ptr<detail::CacheTotals> totals_;
+  std::unique_ptr<Domains> domains_;
+};
+
+} // namespace Tolvane

@@ -1,0 +1,79 @@
+#pragma once
+
+#include <tolvane/TypeInfo.hpp>
+
+#include <algorithm>
+#include <memory>
+#include <mutex>
+#include <shared_mutex>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+/// @file
+/// Values by type, made on first use. Internal to the library, not installed.
+
+namespace Tolvane::detail {
+
+/// A map from types to values that stay where they are, in the order of their first use.
+///
+/// Thread safety: any thread may call any operation, but what take() gives back must not be in
+/// use by another one. The lock is held for the look-up only.
+template <class Value>
+class DomainMap {
+public:
+  struct Domain {
+    TypeInfo type;
+    Value* value;
+  };
+
+  /// The value of a type; null when there is none.
+  Value* find(const std::type_info& type) const {
+    const std::shared_lock lock(mutex_);
+    const auto found = values_.find(TypeInfo(type));
+    return found != values_.end() ? found->second.get() : nullptr;
+  }
+
+  /// The value of a type, made by `make()` on first use.
+  template <class Make>
+  Value& obtain(const std::type_info& type, Make make) {
+    if (Value* value = find(type)) {
+      return *value;
+    }
+    const std::lock_guard lock(mutex_);
+    const auto found = values_.find(TypeInfo(type));
+    if (found != values_.end()) {
+      return *found->second;
+    }
+    order_.reserve(order_.size() + 1);
+    Value& value = *values_.emplace(TypeInfo(type), make()).first->second;
+    order_.push_back({TypeInfo(type), &value});
+    return value;
+  }
+
+  /// All domains as they are now; what is added later is not among them.
+  std::vector<Domain> all() const {
+    const std::shared_lock lock(mutex_);
+    return order_;
+  }
+
+  /// Takes the value of a type out; empty when there is none.
+  std::unique_ptr<Value> take(const std::type_info& type) {
+    const std::lock_guard lock(mutex_);
+    const auto found = values_.find(TypeInfo(type));
+    if (found == values_.end()) {
+      return nullptr;
+    }
+    std::unique_ptr<Value> value = std::move(found->second);
+    values_.erase(found);
+    std::erase_if(order_, [&](const Domain& domain) { return domain.value == value.get(); });
+    return value;
+  }
+
+private:
+  mutable std::shared_mutex mutex_;
+  std::unordered_map<TypeInfo, std::unique_ptr<Value>> values_;
+  std::vector<Domain> order_;
+};
+
+} // namespace Tolvane::detail

@@ -1,0 +1,36 @@
+#include "LastingTypeInternal.hpp"
+
+#include <mutex>
+#include <string>
+#include <unordered_map>
+
+namespace Tolvane::detail {
+namespace {
+
+/// The runtime compares type identities by name, so one with the same name stands for the type.
+class Lasting : public std::type_info {
+public:
+  /// Refers to `name`, which must stay.
+  explicit Lasting(const char* name) : std::type_info(name) {}
+};
+
+} // namespace
+
+const std::type_info& lastingType(const std::type_info& type) {
+  if (!(type == Lasting(type.name()))) {
+    return type; // Local to its module, and so compared by address.
+  }
+  struct Table {
+    std::mutex mutex;
+    std::unordered_map<std::string, const Lasting*> types;
+  };
+  static Table& table = *new Table;
+  const std::lock_guard lock(table.mutex);
+  const auto entry = table.types.try_emplace(type.name(), nullptr).first;
+  if (entry->second == nullptr) {
+    entry->second = new Lasting(entry->first.c_str());
+  }
+  return *entry->second;
+}
+
+} // namespace Tolvane::detail

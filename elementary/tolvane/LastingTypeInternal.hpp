@@ -1,0 +1,21 @@
+#pragma once
+
+#include <typeinfo>
+
+/// @file
+/// Type identities for keys that outlive the module they came from. Internal to the library, not
+/// installed.
+///
+/// Each module has its own `std::type_info` of a type that several modules use; on Windows that is
+/// the rule. A process-wide container whose key refers to the one of the module that happened to
+/// come first would break when that module is unloaded, though the others still use the entry.
+
+namespace Tolvane::detail {
+
+/// A type identity that equals `type` and is never destroyed. A type that is local to its module
+/// equals nothing but itself: it is returned as it is, and leaves containers with its module.
+///
+/// Thread safety: any thread may call. Throws std::bad_alloc.
+const std::type_info& lastingType(const std::type_info& type);
+
+} // namespace Tolvane::detail

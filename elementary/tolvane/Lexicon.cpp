@@ -1,0 +1,71 @@
+#include "DeepReleaseInternal.hpp"
+
+#include <tolvane/Lexicon.hpp>
+
+#include <vector>
+
+namespace Tolvane {
+
+Lexicon::Iterator::~Iterator() = default;
+
+Lexicon::Lexicon() = default;
+
+Lexicon::~Lexicon() {
+  for (StrongPtr<Lexicon>& child : children_) {
+    if (child) {
+      detail::releaseDeep(child);
+    }
+  }
+}
+
+Lexicon& Lexicon::operator[](char c) {
+  StrongPtr<Lexicon>& child = (*this)(c);
+  if (!child) {
+    child = new Lexicon;
+  }
+  return *child;
+}
+
+StrongPtr<Lexicon>& Lexicon::operator()(char c) const {
+  return children_[static_cast<unsigned char>(c)];
+}
+
+bool Lexicon::iterate(std::string& word, unsigned depth, Iterator& iterator) const {
+  constexpr unsigned End = 255;
+  /// A node on the path to the current word. The visitor may cut it off, so the walk holds it.
+  struct Step {
+    StrongPtr<Lexicon> hold;
+    const Lexicon* node;
+    unsigned next = 0;
+  };
+  std::vector<Step> path;
+  path.push_back({StrongPtr<Lexicon>::holdIfHeld(self()), this});
+  while (!path.empty()) {
+    Step& step = path.back();
+    if (step.next == End) {
+      path.pop_back();
+      continue;
+    }
+    const char c = static_cast<char>(step.next++);
+    StrongPtr<Lexicon>& child = (*step.node)(c);
+    if (!child) {
+      continue;
+    }
+    word.resize(depth + path.size());
+    word.back() = c;
+    if (!iterator.visitWord(word, child)) {
+      return false;
+    }
+    if (child) {
+      path.push_back({child, child.get()});
+    }
+  }
+  return true;
+}
+
+bool Lexicon::traverse(Iterator& iterator) const {
+  std::string word;
+  return iterate(word, 0, iterator);
+}
+
+} // namespace Tolvane

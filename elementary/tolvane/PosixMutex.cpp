@@ -1,0 +1,63 @@
+#include <tolvane/PosixMutex.hpp>
+#include <tolvane/UnloadLockInternal.hpp>
+
+#include <cerrno>
+#include <ctime>
+#include <system_error>
+
+namespace Tolvane::detail {
+
+namespace {
+
+void check(int code, const char* what) {
+  if (code != 0) {
+    throw std::system_error(code, std::generic_category(), what);
+  }
+}
+
+} // namespace
+
+PosixMutex::PosixMutex() {
+  pthread_mutexattr_t attributes;
+  check(pthread_mutexattr_init(&attributes), "pthread_mutexattr_init");
+  pthread_mutexattr_settype(&attributes, PTHREAD_MUTEX_ERRORCHECK);
+  const int code = pthread_mutex_init(&mutex_, &attributes);
+  pthread_mutexattr_destroy(&attributes);
+  check(code, "pthread_mutex_init");
+}
+
+PosixMutex::~PosixMutex() {
+  pthread_mutex_destroy(&mutex_);
+}
+
+void PosixMutex::lock() {
+  if (try_lock()) {
+    return;
+  }
+  if (otherThreadsAreGone()) {
+    return; // Its holder is no more, and nobody else is left to be kept out.
+  }
+  check(pthread_mutex_lock(&mutex_), "pthread_mutex_lock");
+}
+
+bool PosixMutex::try_lock() noexcept {
+  return pthread_mutex_trylock(&mutex_) == 0;
+}
+
+bool PosixMutex::lockWithin(std::chrono::seconds time) {
+  timespec until{};
+  clock_gettime(CLOCK_REALTIME, &until);
+  until.tv_sec += static_cast<decltype(until.tv_sec)>(time.count());
+  const int code = pthread_mutex_timedlock(&mutex_, &until);
+  if (code == ETIMEDOUT) {
+    return false;
+  }
+  check(code, "pthread_mutex_timedlock");
+  return true;
+}
+
+void PosixMutex::unlock() noexcept {
+  pthread_mutex_unlock(&mutex_);
+}
+
+} // namespace Tolvane::detail

@@ -1,0 +1,24 @@
+#include "Patterns.hpp"
+
+#include <iterator>
+
+#ifdef __GNUC__
+// The compiler warns of the library's own code where a sanitizer changes what is inlined.
+#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
+#endif
+#include <regex>
+
+bool matches(const std::string& text, const std::string& pattern) {
+  return std::regex_match(text, std::regex(pattern));
+}
+
+int countOf(const std::string& text, const std::string& pattern) {
+  const std::regex expression(pattern);
+  return static_cast<int>(
+      std::distance(std::sregex_iterator(text.begin(), text.end(), expression), {}));
+}
+
+std::string groupOf(const std::string& text, const std::string& pattern) {
+  std::smatch parts;
+  return std::regex_match(text, parts, std::regex(pattern)) ? parts[1].str() : std::string();
+}

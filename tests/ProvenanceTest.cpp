@@ -1,0 +1,98 @@
+#include <tolvane/Provenance.hpp>
+
+#include <gtest/gtest.h>
+#include <string>
+#include <vector>
+
+namespace {
+
+using Tolvane::Provenance;
+using Tolvane::StrongPtr;
+
+StrongPtr<Provenance> chain(const std::vector<std::string>& names) {
+  StrongPtr<Provenance> leaf;
+  for (const std::string& name : names) {
+    leaf = new Provenance(name, leaf);
+  }
+  return leaf;
+}
+
+TEST(Provenance, JoinsNames) {
+  const struct {
+    std::vector<std::string> names;
+    char separator;
+    const char* path;
+    const char* withoutRoot;
+  } cases[] = {
+      {{"A"}, '.', "A", ""},
+      {{""}, '.', "", ""},
+      {{"A", "B"}, '.', "A.B", ".B"},
+      {{"A", "B", "C"}, '.', "A/B.C", "/B.C"},
+      {{"A", "B", "C", "D"}, ':', "A/B/C:D", "/B/C:D"},
+      {{"", "", ""}, '.', "/.", "/."},
+      {{"a/b", "c.d"}, '\\', "a/b\\c.d", "\\c.d"},
+  };
+  for (const auto& c : cases) {
+    const StrongPtr<Provenance> leaf = chain(c.names);
+    EXPECT_EQ(leaf->getPath(c.separator), c.path);
+    EXPECT_EQ(leaf->getPathWithoutRoot(c.separator), c.withoutRoot);
+    EXPECT_EQ(leaf->getRoot(), c.names.front());
+  }
+}
+
+TEST(Provenance, RenamedAndOrphanedRecords) {
+  const StrongPtr<Provenance> leaf = chain({"A", "B", "C"});
+  leaf->setName("D");
+  leaf->setName(leaf->name());
+  EXPECT_EQ(leaf->getPath('.'), "A/B.D");
+  delete leaf->parent()->parent().get();
+  EXPECT_EQ(leaf->getPath('.'), "B.D") << "a record whose parent is destroyed is a root";
+  EXPECT_EQ(leaf->parent()->getPathWithoutRoot('.'), "");
+  EXPECT_EQ(leaf->getRoot(), "B");
+}
+
+/// Counts itself, and may carry a chain of its own.
+struct Counted : Provenance {
+  explicit Counted(const StrongPtr<Provenance>& above = nullptr) : Provenance("n", above) {
+    ++alive;
+  }
+  ~Counted() override { --alive; }
+  static inline int alive = 0;
+  StrongPtr<Provenance> aside;
+};
+
+TEST(Provenance, LongChainsCostNoStack) {
+  constexpr int Length = 1000000;
+  StrongPtr<Provenance> leaf;
+  for (int i = 0; i < Length; ++i) {
+    leaf = new Counted(leaf);
+  }
+  const std::string path = leaf->getPath('.');
+  EXPECT_EQ(path.size(), 2u * Length - 1);
+  EXPECT_EQ(path.substr(path.size() - 5), "n/n.n");
+  EXPECT_EQ(leaf->getPathWithoutRoot('.'), path.substr(1));
+  EXPECT_EQ(leaf->getRoot(), "n");
+  leaf = nullptr;
+  EXPECT_EQ(Counted::alive, 0);
+}
+
+TEST(Provenance, ReleasesExactlyWhatNobodyHolds) {
+  const StrongPtr<Provenance> trunk = new Counted(StrongPtr<Provenance>(new Counted));
+  StrongPtr<Provenance> left = trunk;
+  StrongPtr<Provenance> right = trunk;
+  for (int i = 0; i < 1000; ++i) {
+    left = new Counted(left);
+    auto* forked = new Counted(right);
+    right = forked;
+    for (int j = 0; j < 3; ++j) {
+      forked->aside = new Counted(forked->aside); // a chain that dies inside a dying chain
+    }
+  }
+  left = nullptr;
+  EXPECT_EQ(Counted::alive, 2 + 4000);
+  right = nullptr;
+  EXPECT_EQ(Counted::alive, 2);
+  EXPECT_EQ(trunk->getPath('.'), "n.n");
+}
+
+} // namespace

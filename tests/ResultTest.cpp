@@ -1,0 +1,128 @@
+#include <tolvane/Result.hpp>
+
+#include <functional>
+#include <gtest/gtest.h>
+#include <string>
+#include <vector>
+
+namespace {
+
+using Tolvane::Result;
+using Tolvane::StrongPtr;
+using Tolvane::WeakPtr;
+using Cluster = Result::Cluster;
+
+std::string ended;
+
+struct Named : Result {
+  explicit Named(char letter, const WeakPtr<Cluster>& owner = nullptr)
+      : Result(owner), name(letter) {}
+  ~Named() override {
+    ended += name;
+    if (onEnd) {
+      onEnd();
+    }
+  }
+  const char name;
+  std::function<void()> onEnd;
+};
+struct Other : Result {};
+
+std::string namesOf(const Cluster& cluster) {
+  struct : Cluster::Iterator {
+    bool visitResult(const StrongPtr<Result>& result) override {
+      names += StrongPtr<Named, Result>(result)->name;
+      return true;
+    }
+    std::string names;
+  } names;
+  EXPECT_EQ(static_cast<std::size_t>(cluster.iterate(names)), cluster.size());
+  return names.names;
+}
+
+TEST(Result, ClusterOwnsItsResultsInTheOrderOfTheirMaking) {
+  const StrongPtr<Cluster> cluster = new Cluster;
+  const StrongPtr<Result> a = new Named('a');
+  const StrongPtr<Result> b = new Named('b', cluster);
+  const StrongPtr<Result> c = new Named('c');
+  EXPECT_TRUE(cluster->empty()) << "naming a cluster does not put a result into it";
+  EXPECT_EQ(b->cluster(), cluster);
+  EXPECT_TRUE(cluster->insert(c));
+  EXPECT_TRUE(cluster->insert(a));
+  EXPECT_TRUE(cluster->insert(b));
+  EXPECT_FALSE(cluster->insert(b));
+  EXPECT_FALSE(cluster->insert(nullptr));
+  EXPECT_EQ(namesOf(*cluster), "abc");
+  EXPECT_EQ(a->cluster(), cluster);
+  EXPECT_EQ(cluster->find(b->instanceNumber()), b);
+  EXPECT_EQ(cluster->find<Named>(), a);
+  EXPECT_FALSE(cluster->find<Other>());
+  cluster->insert(new Other);
+  EXPECT_TRUE(cluster->find<Other>());
+
+  EXPECT_TRUE(cluster->remove(b));
+  EXPECT_FALSE(cluster->remove(b));
+  EXPECT_FALSE(cluster->remove(nullptr));
+  EXPECT_FALSE(cluster->contains(b));
+  EXPECT_FALSE(b->cluster());
+  EXPECT_TRUE(cluster->contains(a));
+
+  const StrongPtr<Cluster> next = new Cluster;
+  EXPECT_TRUE(next->insert(cluster->results().front()));
+  EXPECT_FALSE(cluster->contains(a)) << "one cluster at a time";
+  EXPECT_EQ(a->cluster(), next);
+  cluster->clear();
+  EXPECT_TRUE(cluster->empty());
+  EXPECT_FALSE(c->cluster());
+}
+
+TEST(Result, OutlivesItsClusterOrGoesWithIt) {
+  ended.clear();
+  StrongPtr<Cluster> cluster = new Cluster;
+  for (const char name : {'1', '2', '3'}) {
+    cluster->insert(new Named(name));
+  }
+  const StrongPtr<Result> kept = new Named('k');
+  cluster->insert(kept);
+  cluster = nullptr;
+  EXPECT_FALSE(kept->cluster());
+  EXPECT_EQ(kept.strongCount(), 1);
+  EXPECT_EQ(ended, "132") << "2 is the root of the tree, 3 stands over k, which is held";
+}
+
+TEST(Result, SurvivesHostileResults) {
+  StrongPtr<Cluster> cluster = new Cluster;
+  auto* dead = new Named('d');
+  const StrongPtr<Result> pointer = dead;
+  cluster->insert(pointer);
+  cluster->insert(new Named('e'));
+  delete dead;
+  EXPECT_TRUE(cluster->contains(pointer));
+  EXPECT_FALSE(cluster->insert(pointer));
+  EXPECT_TRUE(cluster->remove(pointer)) << "a result that was destroyed by hand can be taken out";
+  EXPECT_EQ(namesOf(*cluster), "e");
+
+  auto* changing = new Named('f');
+  cluster->insert(changing);
+  changing->onEnd = [&, raw = cluster.get()] {
+    EXPECT_EQ(raw->size(), 1u) << "its own entry is gone when it dies";
+    raw->clear();
+    raw->insert(new Named('g'));
+  };
+  cluster->remove(cluster->find(changing->instanceNumber()));
+  EXPECT_EQ(namesOf(*cluster), "g");
+
+  struct : Cluster::Iterator {
+    bool visitResult(const StrongPtr<Result>& result) override {
+      owner->clear();
+      owner->insert(new Named('h'));
+      return result->cluster() == owner;
+    }
+    Cluster* owner = nullptr;
+  } clearing;
+  clearing.owner = cluster.get();
+  EXPECT_EQ(cluster->iterate(clearing), 0);
+  EXPECT_EQ(namesOf(*cluster), "h");
+}
+
+} // namespace

@@ -1,0 +1,262 @@
+#include "RunProbe.hpp"
+
+#include <tolvane/Socket.hpp>
+
+#include <cstdlib>
+#include <cstring>
+#include <gtest/gtest.h>
+#include <iostream>
+#include <memory>
+#include <string>
+#include <system_error>
+#include <vector>
+
+#ifdef _WIN32
+#include <winsock2.h>
+#include <ws2tcpip.h>
+#else
+#include <fcntl.h>
+#include <netdb.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+#endif
+
+namespace {
+
+using Tolvane::ConnectTo;
+using Tolvane::SocketError;
+using namespace std::string_literals;
+
+#ifdef _WIN32
+using Native = SOCKET;
+using Length = int;
+void closeNative(Native s) {
+  closesocket(s);
+}
+bool isInherited(Native s) {
+  DWORD flags = HANDLE_FLAG_INHERIT;
+  GetHandleInformation(reinterpret_cast<HANDLE>(s), &flags);
+  return (flags & HANDLE_FLAG_INHERIT) != 0;
+}
+#else
+using Native = int;
+using Length = socklen_t;
+void closeNative(Native s) {
+  close(s);
+}
+bool isInherited(Native s) {
+  return (fcntl(s, F_GETFD) & FD_CLOEXEC) == 0;
+}
+#endif
+
+class Socket {
+public:
+  explicit Socket(Native native) : native_(native) {}
+  Socket(const Socket&) = delete;
+  Socket& operator=(const Socket&) = delete;
+  ~Socket() { closeNative(native_); }
+  operator Native() const { return native_; }
+
+  void write(const std::string& text) const {
+    EXPECT_EQ(send(native_, text.data(), static_cast<Length>(text.size()), 0),
+              static_cast<int>(text.size()));
+  }
+  std::string readSome() const {
+    char buffer[64];
+    const auto count = recv(native_, buffer, sizeof buffer, 0);
+    return std::string(buffer, count < 0 ? 0 : static_cast<std::size_t>(count));
+  }
+
+private:
+  Native native_;
+};
+
+struct Address {
+  sockaddr_storage bytes = {};
+  Length size = sizeof bytes;
+
+  sockaddr* get() { return reinterpret_cast<sockaddr*>(&bytes); }
+  // Host, or port, in numbers.
+  std::string host() {
+    char text[128] = "";
+    getnameinfo(get(), size, text, sizeof text, nullptr, 0, NI_NUMERICHOST);
+    return text;
+  }
+  std::string port() {
+    char text[16] = "";
+    getnameinfo(get(), size, nullptr, 0, text, sizeof text, NI_NUMERICSERV);
+    return text;
+  }
+};
+
+std::vector<Address> streamAddresses(const std::string& host, const std::string& port) {
+  std::vector<Address> addresses;
+  addrinfo* list = nullptr;
+  if (getaddrinfo(host.c_str(), port.c_str(), nullptr, &list) != 0)
+    return addresses;
+  for (const addrinfo* entry = list; entry; entry = entry->ai_next) {
+    if (entry->ai_socktype != SOCK_STREAM && entry->ai_socktype != 0)
+      continue;
+    Address address;
+    std::memcpy(&address.bytes, entry->ai_addr, entry->ai_addrlen);
+    address.size = static_cast<Length>(entry->ai_addrlen);
+    addresses.push_back(address);
+  }
+  freeaddrinfo(list);
+  return addresses;
+}
+
+// Holds a port of a loopback address, which accepts or refuses connections. A connection is
+// accepted by the system, before anybody asks for it.
+class Listener {
+public:
+  explicit Listener(Address address) : socket_(::socket(address.bytes.ss_family, SOCK_STREAM, 0)) {
+    bound_ = bind(socket_, address.get(), address.size) == 0;
+  }
+  Listener() : Listener(streamAddresses("127.0.0.1", "0").at(0)) {}
+
+  bool bound() const { return bound_; }
+  void acceptConnections() { EXPECT_EQ(listen(socket_, 8), 0); }
+  Socket accept() const { return Socket(::accept(socket_, nullptr, nullptr)); }
+  std::string port() const {
+    Address address;
+    EXPECT_EQ(getsockname(socket_, address.get(), &address.size), 0);
+    return address.port();
+  }
+
+private:
+  Socket socket_;
+  bool bound_ = false;
+};
+
+std::string peerOf(Native s) {
+  Address peer;
+  return getpeername(s, peer.get(), &peer.size) == 0 ? peer.host() : "none";
+}
+
+TEST(Socket, ConnectsToAListener) {
+  Listener listener;
+  listener.acceptConnections();
+  for (const std::string& port : {listener.port(), "0" + listener.port()}) {
+    const int handle = ConnectTo("127.0.0.1", port);
+    ASSERT_GT(handle, 2);
+    const Socket client(static_cast<Native>(handle));
+    EXPECT_FALSE(isInherited(client));
+    const Socket server = listener.accept();
+    client.write("from the client");
+    EXPECT_EQ(server.readSome(), "from the client");
+    server.write("from the server");
+    EXPECT_EQ(client.readSome(), "from the server");
+  }
+}
+
+TEST(Socket, UnresolvedHostsAndPorts) {
+  constexpr int hostNotFound = 11001;
+  constexpr int serviceNotFound = 10109;
+  struct Case {
+    std::string host;
+    std::string port;
+    int code;
+  };
+  const std::string longText(1000000, 'a');
+  const Case cases[] = {
+      // Names that no name server is asked for: a part is longer than 63 bytes, or empty, or names
+      // an interface that is not there.
+      {std::string(64, 'x'), "80", hostNotFound},
+      {"a..b", "80", hostNotFound},
+      {"fe80::1%none", "80", hostNotFound},
+      {longText, "80", hostNotFound},
+      {"", "80", hostNotFound},
+      {"", "", hostNotFound},
+      {"127.0.0.1\0x"s, "80", hostNotFound},
+      {"\0"s, "80", hostNotFound},
+      {"127.0.0.1", "", serviceNotFound},
+      {"127.0.0.1", "no-such-service", serviceNotFound},
+      {"127.0.0.1", "\xff\x01 %s%n", serviceNotFound},
+      {"127.0.0.1", longText, serviceNotFound},
+      {"127.0.0.1", "80\0"s, serviceNotFound},
+      {"127.0.0.1", "-1", serviceNotFound},
+      {"127.0.0.1", "65536", serviceNotFound},
+      {"127.0.0.1", "4294967376", serviceNotFound},
+      {"127.0.0.1", std::string(1000, '9'), serviceNotFound},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(testing::PrintToString(c.host.substr(0, 80)) + " " +
+                 testing::PrintToString(c.port.substr(0, 80)));
+    try {
+      ConnectTo(c.host, c.port);
+      ADD_FAILURE() << "no exception";
+    } catch (const SocketError& error) {
+      EXPECT_EQ(error.code, c.code);
+      EXPECT_STREQ(error.message,
+                   c.code == hostNotFound
+                       ? "HOST NOT FOUND - Parameters or the nodename and servname parameters were "
+                         "not provided."
+                       : "SERVICE NOT FOUND - The servname parameter is not supported for the "
+                         "specified ai_socktype member of the hints parameter.");
+      EXPECT_EQ(error.host, c.host);
+      EXPECT_EQ(error.port, c.port);
+    }
+  }
+}
+
+// A name with several addresses, of which each in turn is the only one that accepts.
+TEST(Socket, TriesEveryAddress) {
+  // The asterisk is read as every loopback address by some resolvers.
+  std::string name = "localhost";
+  if (streamAddresses(name, "0").size() < 2 && streamAddresses("*", "0").size() > 1)
+    name = "*";
+  std::vector<Address> addresses = streamAddresses(name, "0");
+  std::cout << name << " has " << addresses.size() << " addresses\n";
+  ASSERT_FALSE(addresses.empty());
+  for (Address& accepting : addresses) {
+    SCOPED_TRACE(accepting.host());
+    Listener listener(accepting);
+    if (!listener.bound()) // listed by the resolver, but not an address of this machine
+      continue;
+    listener.acceptConnections();
+    std::vector<std::unique_ptr<Listener>> refusing;
+    for (const Address& other : streamAddresses(name, listener.port()))
+      refusing.push_back(std::make_unique<Listener>(other));
+    const Socket client(static_cast<Native>(ConnectTo(name, listener.port())));
+    EXPECT_EQ(peerOf(client), accepting.host());
+  }
+}
+
+TEST(Socket, RefusedConnections) {
+  const Listener refusing;
+  for (const bool closeStdin : {false, true}) {
+    const ProbeResult run =
+        runProbe({"connect", "127.0.0.1", refusing.port()}, {.closeStdin = closeStdin});
+    EXPECT_EQ(run.exitCode, 0);
+    EXPECT_EQ(textOf(run.out), "URL: could not open valid connection.\n"
+                               "handle: none\n"
+                               "standard input: "s +
+                                   (closeStdin ? "closed\n" : "open\n"));
+    EXPECT_EQ(run.err, "");
+  }
+}
+
+TEST(Socket, SocketDoesNotBecomeStandardInput) {
+  Listener listener;
+  listener.acceptConnections();
+  const ProbeResult run = runProbe({"connect", "127.0.0.1", listener.port()}, {.closeStdin = true});
+  EXPECT_EQ(textOf(run.out), "handle: connected\nstandard input: closed\n");
+  EXPECT_EQ(run.err, "");
+}
+
+// Nobody can connect to the broadcast address, which the system knows by itself.
+TEST(Socket, OtherErrorsLeaveAnUnconnectedHandle) {
+  const ProbeResult run = runProbe({"connect", "255.255.255.255", "9"});
+  const std::string said = "stream to `255.255.255.255' 9: error code ";
+  ASSERT_TRUE(run.out.starts_with(said)) << run.out;
+  const int code = std::atoi(run.out.c_str() + said.size());
+  EXPECT_NE(code, 0);
+  EXPECT_EQ(textOf(run.out),
+            said + std::to_string(code) + ".\nhandle: unconnected\nstandard input: open\n");
+  EXPECT_EQ(textOf(run.err),
+            "CANNOT connect to HDF5 stream: " + std::system_category().message(code) + "\n");
+}
+
+} // namespace

@@ -1,0 +1,2 @@
+#define MODULE "A"
+#include "RegistryModule.hpp"

@@ -1,0 +1,2 @@
+#define MODULE "B"
+#include "RegistryModule.hpp"

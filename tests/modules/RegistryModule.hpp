@@ -1,0 +1,54 @@
+#pragma once
+
+// What the modules BringsLoadersA and BringsLoadersB have in common. Each has its own copy of all
+// of it, type identities included, as modules of different vendors would.
+
+#include <tolvane/LoaderRegistry.hpp>
+#include <tolvane/SaveRegistry.hpp>
+#include <tolvane/StreamSaverInterface.hpp>
+
+#include <string>
+
+/// What is loaded and saved.
+struct SharedVolume {};
+
+/// A loader under one key in both modules: the one that comes last replaces the other.
+struct SharedLoader : Tolvane::LoaderBase {
+  using Parameters = Tolvane::StrongPtr<Tolvane::LoaderParameters>;
+
+  explicit SharedLoader(const std::string& refusal) : reason(refusal) {}
+  bool isloadable(const Parameters&) override { return false; }
+  bool load(const Parameters& parameters, ldrpar*) override {
+    parameters->setStatusText(reason);
+    return false;
+  }
+  Tolvane::StrongPtr<Tolvane::LoaderRequest> loadrequest(const Parameters&, ldrpar*) override {
+    return nullptr;
+  }
+  const std::string reason;
+};
+
+struct SharedCreator : Tolvane::SaveInterfaceCreatorBase {
+  explicit SharedCreator(const std::string& module)
+      : SaveInterfaceCreatorBase(module, "of a module") {}
+};
+
+#ifdef MODULE
+namespace {
+
+/// These are the module's own, with keys that no other module has.
+struct OwnLoader : SharedLoader {
+  using SharedLoader::SharedLoader;
+};
+struct OwnInterface : Tolvane::Interface<OwnInterface> {};
+
+using Loaders = Tolvane::LoaderRegistry<SharedVolume>;
+using Savers = Tolvane::SaveRegistry<SharedVolume>;
+const Loaders::Registration<SharedLoader> sharedLoader("shared of " MODULE);
+const Loaders::Registration<OwnLoader> ownLoader("own of " MODULE);
+const Savers::Registration<Tolvane::StreamSaverInterface, SharedCreator>
+    stream("stream of " MODULE);
+const Savers::Registration<OwnInterface, SharedCreator> own("own saver of " MODULE);
+
+} // namespace
+#endif

@@ -1,0 +1,15 @@
+#include <tolvane/Irregularity.hpp>
+#include <tolvane/Verbose.hpp>
+
+#ifdef _WIN32
+#define EXPORTED __declspec(dllexport)
+#else
+#define EXPORTED __attribute__((visibility("default")))
+#endif
+
+extern "C" EXPORTED void report(const char* when);
+
+void report(const char* when) {
+  TOLVANE_IRREGULARITY(when);
+  TOLVANE_VERBOSE(0) << when;
+}

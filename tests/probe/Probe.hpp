@@ -1,0 +1,40 @@
+#pragma once
+
+/// @file
+/// The table of commands of `tolvane-probe`, the program that tests start to watch the library in
+/// a process of its own: first calls, load and unload, output bytes, exit codes.
+///
+/// A command is written in any source of this folder and registers itself:
+///
+/// @code
+/// #include "Probe.hpp"
+///
+/// PROBE_COMMAND(show_level) {
+///   std::printf("%d\n", Tolvane::VerboseStream::show(std::stoi(arguments.at(0))));
+///   return 0;
+/// }
+/// @endcode
+///
+/// It is started as `tolvane-probe show_level 3`. Several commands run one after another in one
+/// process when "--" stands between them; the first one that does not return 0 ends the program
+/// with its value.
+
+#include <string>
+#include <vector>
+
+namespace probe {
+
+using Arguments = std::vector<std::string>;
+
+struct Command {
+  Command(const char* name, int (*run)(const Arguments&));
+};
+
+} // namespace probe
+
+/// Opens the definition of the command @p name, which sees its `arguments` and returns the exit
+/// code.
+#define PROBE_COMMAND(name)                                                                        \
+  static int probe_##name(const probe::Arguments& arguments);                                      \
+  static const probe::Command probeCommand_##name(#name, &probe_##name);                           \
+  static int probe_##name([[maybe_unused]] const probe::Arguments& arguments)

@@ -61,7 +61,6 @@ TEST(VerboseConcurrency, MessagesWhileTheCatcherComesAndGoes) {
   });
   done = true;
   changing.join();
-  EXPECT_GT(caught, 0);
   caught = 0;
   VerboseCatcher::theCatcher = first;
   VerboseStream(false, false, 1, "f.cpp", 1, "f()", "0", "");

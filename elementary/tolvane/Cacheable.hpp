@@ -64,7 +64,8 @@ public:
   Cacheable& operator=(const Cacheable& other) noexcept;
 
   /// The bytes that the object occupies. 0 here; concrete classes override it. The answer may
-  /// only change together with adjustCacheableSize(), see there and MutableCacheable.
+  /// only change together with adjustCacheableSize(), see there and MutableCacheable. It is asked
+  /// a last time when the object dies, and must not throw then.
   virtual memsize_t memsize() const;
 
   /// What a class wants to do once its object is complete and held. Does nothing by default.

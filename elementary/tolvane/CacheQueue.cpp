@@ -400,8 +400,8 @@ bool CacheQueue::adjust(const CacheBase& cache, memsize_t newCost, CacheQueue& t
   if (Cache::verbosity() > 5) {
     // In 32 bits on purpose: the figure wraps from 2 GiB on.
     const auto low = static_cast<std::int32_t>(static_cast<std::uint32_t>(newCost));
-    std::printf("   CacheQueue::adjust(memsize_t newCost=%lgMB)\n",
-                static_cast<double>(low / 1024) * 0.0009765625);
+    const std::int32_t kibibytes = low / 1024;
+    std::printf("   CacheQueue::adjust(memsize_t newCost=%lgMB)\n", kibibytes * 0.0009765625);
     std::fflush(stdout);
   }
   if (next_.get() == this) {

@@ -32,6 +32,7 @@ Cacheable::~Cacheable() {
   }
 }
 
+// NOLINTNEXTLINE(bugprone-unhandled-self-assignment): it copies nothing
 Cacheable& Cacheable::operator=(const Cacheable&) noexcept {
   return *this;
 }

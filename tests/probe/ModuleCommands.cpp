@@ -4,13 +4,13 @@
 #include <tolvane/Typename.hpp>
 
 #include <cstdio>
-#include <optional>
 #include <thread>
 
-static std::optional<LoadedModule> module;
+// Stays loaded until it is unloaded by command, also while the process ends.
+static LoadedModule* module;
 
 PROBE_COMMAND(load_module) {
-  module.emplace(arguments.at(0));
+  module = new LoadedModule(arguments.at(0));
   return 0;
 }
 

@@ -137,8 +137,11 @@ void CacheQueue::count(memsize_t bytes, int entries) noexcept {
   total_.fetch_add(bytes, std::memory_order_relaxed);
   entries_.fetch_add(number, std::memory_order_relaxed);
   if (totals_ != nullptr) {
-    auto& total = releasable_ ? totals_->releasable : totals_->kept;
-    total.fetch_add(bytes, std::memory_order_relaxed);
+    if (releasable_) {
+      totals_->releasable.fetch_add(bytes, std::memory_order_relaxed);
+    } else {
+      totals_->kept.fetch_add(bytes, std::memory_order_relaxed);
+    }
     totals_->entries.fetch_add(number, std::memory_order_relaxed);
   }
 }

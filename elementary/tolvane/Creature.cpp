@@ -9,7 +9,9 @@ namespace Tolvane {
 
 namespace {
 
-constexpr const char* withoutHolder = "No strong references for Creature!";
+[[noreturn]] void throwWithoutHolder() {
+  throw "No strong references for Creature!";
+}
 
 } // namespace
 
@@ -63,7 +65,7 @@ void Creature::setCacheManager(const WeakPtr<Cache, CacheBase>& cache) {
 
 void Creature::enableCaching(bool asOldest) const {
   if (self().strongCount() < 1) {
-    throw withoutHolder;
+    throwWithoutHolder();
   }
   const StrongPtr<Cacheable> data = getCacheable();
   if (!data) {
@@ -84,7 +86,7 @@ bool Creature::handOver(const StrongPtr<Cacheable>& data, bool asOldest) const {
     return false;
   }
   if (self().strongCount() < 1) {
-    throw withoutHolder;
+    throwWithoutHolder();
   }
   return offer(*cache, data, asOldest);
 }

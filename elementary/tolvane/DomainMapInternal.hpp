@@ -46,7 +46,7 @@ public:
       return found->second;
     }
     order_.reserve(order_.size() + 1);
-    const std::shared_ptr<Value> value = values_.emplace(TypeInfo(type), make()).first->second;
+    std::shared_ptr<Value> value = values_.emplace(TypeInfo(type), make()).first->second;
     order_.push_back({TypeInfo(type), value});
     return value;
   }

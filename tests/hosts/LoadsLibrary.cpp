@@ -4,9 +4,9 @@
 
 #include "../support/LoadedModule.hpp"
 
-#include <atomic>
 #include <cstdio>
 #include <filesystem>
+#include <future>
 #include <string>
 #include <thread>
 
@@ -65,24 +65,22 @@ int main(int argc, char** argv) {
     }
     for (int round = 0; round < 2; ++round) {
       LoadedModule library(argv[1]), module(argv[2]);
-      std::atomic<bool> used{false}, gone{false};
+      std::promise<void> used, gone;
       const auto useAndWait = [&](bool wait) {
         use(library, module);
-        used = true;
-        used.notify_all();
+        used.set_value();
         if (wait)
-          gone.wait(false);
+          gone.get_future().wait();
       };
       std::thread thread(useAndWait, how == "unload_before_thread");
-      used.wait(false);
+      used.get_future().wait();
       if (how == "unload")
         thread.join();
       module.unload();
       library.unload();
       std::printf("mapped: %d %d\nopen: %d\n", module.isMapped(), library.isMapped(),
                   isOpen(logName));
-      gone = true;
-      gone.notify_all();
+      gone.set_value();
       if (thread.joinable())
         thread.join();
       for (const char* name : {logName, "used.txt"})

@@ -1,8 +1,9 @@
+#include "support/Rendezvous.hpp"
+
 #include <tolvane/Counter.hpp>
 #include <tolvane/Provenance.hpp>
 #include <tolvane/StrongPtr.hpp>
 
-#include <barrier>
 #include <gtest/gtest.h>
 #include <mutex>
 #include <set>
@@ -49,7 +50,7 @@ struct Drawn : Tagged, Figure {};
 /// them does `prepare()`, and after it `check()`.
 template <class Prepare, class Work, class Check>
 void race(Prepare prepare, Work work, Check check) {
-  std::barrier together(threadCount);
+  Rendezvous together(threadCount);
   std::vector<std::thread> threads;
   for (int thread = 0; thread < threadCount; ++thread)
     threads.emplace_back([&, thread] {

@@ -1,8 +1,9 @@
+#include "support/Rendezvous.hpp"
+
 #include <tolvane/Provenance.hpp>
 
 #include <atomic>
 #include <gtest/gtest.h>
-#include <latch>
 #include <thread>
 #include <vector>
 
@@ -39,7 +40,7 @@ TEST(ProvenanceConcurrency, ThreadsReleaseForkedChains) {
       }
     }
     trunk = nullptr;
-    std::latch start(Threads + 1);
+    Rendezvous start(Threads + 1);
     std::vector<std::thread> threads;
     for (StrongPtr<Provenance>& leaf : leaves) {
       threads.emplace_back([&start, &leaf] {

@@ -422,6 +422,35 @@ TEST_F(HostileCreator, ComesBackInThroughEveryDoor) {
   }
 }
 
+// A creator has no strong pointer any more while it is destroyed, and its data are still there.
+TEST_F(HostileCreator, MakesRoomWhileItDies) {
+  struct Dying : Maker {
+    explicit Dying(std::function<void()> action) : last(std::move(action)) {}
+    ~Dying() override { last(); }
+    std::function<void()> last;
+  };
+  const std::pair<std::function<void()>, const char*> actions[] = {
+      {[&] { EXPECT_TRUE(adjust()); }, "dcb|x|"},
+      {[&] { EXPECT_EQ(cache->purge(), 80u); }, "x||"},
+  };
+  for (const auto& [action, expected] : actions) {
+    cache->forget(typeid(MakerOf<0>));
+    fill();
+    const std::string after = expected;
+    EXPECT_TRUE(cache->adjust(typeid(MakerOf<0>), typeid(DataOf<0>), 0)); // makes the side queues
+    MakerPtr maker = made(new Dying([&action = action, after, this] {
+                            action();
+                            EXPECT_EQ(order(*cache), after);
+                          }),
+                          new DataOf<0>(0, "x"));
+    const CacheMultiQueue* queues =
+        cache->objects().creatorDomain(typeid(MakerOf<0>))->domain(typeid(DataOf<0>));
+    EXPECT_TRUE(maker->data->push_back(const_cast<CacheQueue&>(*queues->primary())));
+    maker = nullptr;
+    expectWhole();
+  }
+}
+
 // Two threads, each asked by the queue that the other one wants to push into.
 TEST_F(HostileCreator, InsertsCrosswise) {
   all.add<0>('x', 1);

@@ -61,6 +61,13 @@ std::string bytes(memsize_t count) {
   return VerboseStream::MemString(static_cast<long long>(count));
 }
 
+/// Whether a creator is being destroyed at this moment, by whatever thread. Its data may go with it
+/// or leave the queue still.
+bool destructing(const WeakPtr<Creature>& creator) {
+  const detail::Referer* record = detail::PointerAccess::referer(creator);
+  return record != nullptr && !record->gone() && creator.strongCount() < 0;
+}
+
 bool dying(const Cacheable& entry) {
   return entry.self().strongCount() < 0;
 }
@@ -314,7 +321,7 @@ memsize_t CacheQueue::purgeEntries(bool tolerant) {
     }
     try {
       const detail::Held<Creature> creator(maker);
-      if (creator || isAlreadyIncluded(entry)) {
+      if (creator || (!destructing(maker) && isAlreadyIncluded(entry))) {
         creator->release();
       }
     } catch (...) {
@@ -432,8 +439,17 @@ bool CacheQueue::Eviction::run() {
       trace(candidate);
     }
     const detail::Held<Creature> held(candidate.creator);
-    if (!held && !queue_.isAlreadyIncluded(candidate.object)) {
-      continue; // The creator died on another thread and its data left or went with it.
+    if (!held) {
+      // In this order: a creator that is gone by now has taken its data along.
+      const bool later = destructing(candidate.creator);
+      if (!queue_.isAlreadyIncluded(candidate.object)) {
+        continue;
+      }
+      if (later) {
+        temporaries_.put("CacheQueue::push_front(type=", candidate.object, End::Newest,
+                         Entry::MoveAside);
+        continue;
+      }
     }
     // Without a live creator the access to the entry's own pointer reports and throws.
     Creature& creator = held ? *held : *candidate.creator;

@@ -94,7 +94,7 @@ public:
   /// asked. Holds no lock while it asks. Returns the bytes that went.
   ///
   /// Throws NullPtrException, after its report, at an entry without a live creator, and what a
-  /// creator throws; the queue is whole then.
+  /// creator throws; the queue is whole then. A creator that is just being destroyed is not asked.
   memsize_t purge();
 
   /// Releases the oldest entries until `newCost` bytes fit the limit of `cache`, or no entry is
@@ -102,7 +102,8 @@ public:
   /// there is room; an empty queue answers true at once.
   ///
   /// Returns false with one irregularity report after 100 answers in a row that left the number
-  /// of entries as it was. Throws as purge() does.
+  /// of entries as it was. Throws as purge() does; an entry whose creator is just being destroyed
+  /// moves to `temporaries`.
   bool adjust(const CacheBase& cache, memsize_t newCost, CacheQueue& temporaries,
               CacheQueue& keepers);
 

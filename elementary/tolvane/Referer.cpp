@@ -17,6 +17,7 @@ void Referer::markDestructor() noexcept {
   word = word_.load();
   while (!word_.compare_exchange_weak(word, withStrong(word, Destroyed))) {
   }
+  object_.fetch_or(Gone);
 }
 
 Referer::Raise Referer::addWeakCarefully() noexcept {

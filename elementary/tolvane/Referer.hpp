@@ -54,12 +54,15 @@ public:
   Counts counts() const noexcept { return unpack(word_.load()); }
 
   /// The object as the `ReferenceBase` it derives from; null once its last strong pointer went.
-  void* object() const noexcept { return object_.load(); }
+  void* object() const noexcept { return address(object_.load()); }
+
+  /// Whether the object's destructors are through; a dead object may still be at it.
+  bool gone() const noexcept { return (object_.load() & Gone) != 0; }
 
   /// Whether an access is valid now: the object is there and not marked as dead.
   bool alive() const noexcept {
     return strongOf(word_.load(std::memory_order_acquire)) >= 0 &&
-           object_.load(std::memory_order_acquire) != nullptr;
+           object_.load(std::memory_order_acquire) != 0;
   }
 
   /// One more weak holder. Dead objects may have new weak holders: Done, or AtLimit.
@@ -121,12 +124,12 @@ public:
     return unpack(word);
   }
 
-  /// Marks the object as dead whatever its strong count: it is destroyed by hand, or by an
-  /// exception in a constructor, or its last pointer marked it already.
+  /// Marks the object as dead and gone whatever its strong count: it is destroyed by hand, or by
+  /// an exception in a constructor, or its last pointer marked it as dead already.
   TOLVANE_API void markDestructor() noexcept;
 
   /// Takes the object's address out of the record.
-  void* takeObject() noexcept { return object_.exchange(nullptr); }
+  void* takeObject() noexcept { return address(object_.exchange(0)); }
 
   /// One holder less. Frees the record when it was the last; returns false when there was none
   /// to begin with, which is a fault of whoever counted.
@@ -142,7 +145,7 @@ public:
   void setCounts(Counts counts) noexcept { word_.store(pack(counts)); }
 
 private:
-  explicit Referer(void* object) noexcept : object_(object) {}
+  explicit Referer(void* object) noexcept : object_(reinterpret_cast<std::uintptr_t>(object)) {}
   ~Referer() = default;
 
   TOLVANE_API static void destroy(Referer* referer) noexcept;
@@ -156,6 +159,12 @@ private:
   static constexpr std::uint64_t Margin = (std::uint64_t{1} << 48) | (std::uint64_t{1} << 16);
   static constexpr std::uint64_t Signs = (std::uint64_t{1} << 63) | (std::uint64_t{1} << 31);
 
+  /// The lowest bit, which no object's address has.
+  static constexpr std::uintptr_t Gone = 1;
+
+  static void* address(std::uintptr_t object) noexcept {
+    return reinterpret_cast<void*>(object & ~Gone);
+  }
   static constexpr std::int32_t strongOf(std::uint64_t word) noexcept {
     return static_cast<std::int32_t>(static_cast<std::uint32_t>(word));
   }
@@ -178,7 +187,7 @@ private:
   }
 
   std::atomic<std::uint64_t> word_{OneWeak};
-  std::atomic<void*> object_;
+  std::atomic<std::uintptr_t> object_; // with the mark of an object that is gone
 };
 
 static_assert(sizeof(Referer) == 16, "the record takes 16 bytes");

@@ -234,11 +234,14 @@ TEST(CacheTrace, LevelsOfTheLinesOnStandardOutput) {
   const std::string all = run(bricks, {{"MEMCACHE_VERBOSITY", "11"}}).out;
   const auto listing = [](const std::string& entries, const std::string& mebibytes,
                           const std::string& bytes) {
+    const auto domain = [&](const std::string& name) {
+      return R"( CreatorCacheMap for listed Domain \[brick::)" + name + R"(\]:   Have )" + entries +
+             " entries using " + bytes + R"( \()" + mebibytes + "M, " + mebibytes +
+             R"(M freeable, 0M unfreeable\) here. \n)";
+    };
     return R"(\*\* Cache<probe> with )" + entries + " entries using " + bytes + " bytes, " + bytes +
-           R"( of them freeable \(max allowed 2097152\) \*\*\n CreatorCacheMap for listed Domain )"
-           R"(\[brick::Maker\]:   Have )" +
-           entries + " entries using " + bytes + R"( \()" + mebibytes + "M, " + mebibytes +
-           R"(M freeable, 0M unfreeable\) here. \n  CacheMap for \[brick::Data[^\n]*\n)";
+           R"( of them freeable \(max allowed 2097152\) \*\*\n)" + domain("Maker") +
+           domain("Data") + R"(  CacheMap for \[brick::Data[^\n]*\n)";
   };
   const auto plain = [](const std::string& text) {
     std::string pattern;

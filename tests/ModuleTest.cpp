@@ -235,7 +235,10 @@ TEST(Module, LibraryComesLateAndGoesEarly) {
     std::filesystem::create_directory(folder);
     const ProbeResult run =
         runProbe({TOLVANE_TEST_LIBRARY, module, how},
-                 {.environment = {{"TOLVANE_VERBOSITY_FILE_WRITE", "used.txt"}},
+                 // The tables of the library stay allocated until the process ends; a leak detector
+                 // cannot reach them once the library itself is unmapped.
+                 {.environment = {{"TOLVANE_VERBOSITY_FILE_WRITE", "used.txt"},
+                                  {"ASAN_OPTIONS", "detect_leaks=0"}},
                   .directory = folder,
                   .program = TOLVANE_TEST_HOST_DIR "/LoadsLibrary" TOLVANE_TEST_PROGRAM_SUFFIX});
     EXPECT_EQ(run.exitCode, 0) << how << run.signal << run.out << run.err;

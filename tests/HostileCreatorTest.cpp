@@ -267,8 +267,9 @@ TEST_F(HostileCreator, PushesIntoTheQueueThatAsks) {
       {"insert what is there", [&] { cache->insert(all['d'], false); }},
       {"insert something new", [&] { cache->insert(all['x'], true); }},
   };
-  for (const auto& [name, push] : pushes) {
+  for (const auto& [name, action] : pushes) {
     SCOPED_TRACE(name);
+    const std::function<void()>& push = action;
     all.maker('a').onRelease = [&] {
       all.maker('a').data = nullptr; // so that there is room
       push();
@@ -405,8 +406,9 @@ TEST_F(HostileCreator, ComesBackInThroughEveryDoor) {
          EXPECT_FALSE(all['x']);
        }},
   };
-  for (const auto& [name, door] : doors) {
+  for (const auto& [name, action] : doors) {
     SCOPED_TRACE(name);
+    const std::function<void()>& door = action;
     cache->forget(typeid(MakerOf<0>));
     fill();
     int depth = 0;

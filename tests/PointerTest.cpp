@@ -1,5 +1,6 @@
 #include <tolvane/Counter.hpp>
 #include <tolvane/Provenance.hpp>
+#include <tolvane/SpeakPtr.hpp>
 #include <tolvane/StrongPtr.hpp>
 
 #include <array>
@@ -71,18 +72,6 @@ static_assert(implicit<NodePtr, StrongPtr<const Node>> &&
               !implicit<StrongPtr<const Node>, NodePtr> &&
               !implicit<WeakPtr<const Node>, NodePtr> && !implicit<Strong<const Leaf>, NodeWeak>);
 
-/// An object with a strong and a weak pointer, and what a step does to it.
-struct Scene {
-  NodePtr strong = new Both, empty;
-  NodeWeak weak = strong, emptyWeak;
-  // What a step makes stays until the counts were looked at.
-  std::vector<std::function<void()>> kept;
-  template <class Pointer>
-  void keep(Pointer pointer) {
-    kept.emplace_back([held = std::make_shared<Pointer>(std::move(pointer))] {});
-  }
-};
-
 /// Nothing can be reached through the pointers of a dead object, whatever way is tried.
 void expectDead(const NodeWeak& weak, int holders) {
   EXPECT_EQ(weak.strongCount(), -111);
@@ -100,65 +89,49 @@ void expectDead(const NodeWeak& weak, int holders) {
 
 } // namespace
 
-TEST(Pointer, StepsChangeTheCountsByWhatTheyHold) {
-#define STEP(strong, weak, ...)                                                                    \
-  {                                                                                                \
-    strong, weak, #__VA_ARGS__, [](Scene& s) { __VA_ARGS__; }                                      \
-  }
-  const struct {
-    int strong, weak; // how the counts differ afterwards
-    const char* what;
-    std::function<void(Scene&)> step;
-  } steps[] = {
-    STEP(1, 1, s.keep(NodePtr(s.strong.get()))),
-    STEP(0, 1, s.keep(NodeWeak(s.strong.get()))),
-    STEP(1, 1, s.keep(Strong<Leaf>(dynamic_cast<Both*>(s.strong.get())))),
-    STEP(0, 1, s.keep(NodeWeak(s.strong->self()))),
-    STEP(1, 1, s.keep(NodePtr(s.strong))),
-    STEP(0, 1, s.keep(NodeWeak(s.weak))),
-    STEP(1, 1, s.keep(NodePtr(s.weak))),
-    STEP(1, 1, s.keep(s.weak.lock())),
-    STEP(1, 1, s.keep(NodePtr::holdIfHeld(s.weak))),
-    STEP(0, 1, s.keep(NodeWeak(s.strong))),
-    STEP(1, 1, s.keep(Strong<Leaf>(s.strong))),
-    STEP(0, 1, s.keep(Weak<Both>(s.weak))),
-    STEP(1, 1, s.keep(Strong<Both>(s.weak))),
-    STEP(1, 1, s.keep(Strong<Mixin>(s.strong))),
-    STEP(0, 0, s.keep(Strong<Stranger>(s.strong))),
-    STEP(0, 0, s.keep(Weak<Stranger>(s.weak))),
-    STEP(1, 1, s.keep(NodePtr(Strong<Both>(s.strong)))),
-    STEP(0, 1, s.keep(NodeWeak(Strong<Both>(s.strong)))),
-    STEP(1, 1, s.empty = s.empty = s.strong),
-    STEP(0, 1, s.emptyWeak = s.weak),
-    STEP(0, 1, s.emptyWeak = s.strong),
-    STEP(1, 1, s.empty = s.weak),
-    STEP(1, 1, s.empty = s.strong.get()),
-    STEP(0, 0, s.strong = *&s.strong),
-    STEP(0, 0, s.strong = std::move(*&s.strong)),
-    STEP(0, 0, s.keep(std::move(s.strong))),
-    STEP(0, 0, s.keep(std::move(s.weak))),
-    STEP(0, 0, s.empty = std::move(s.strong)),
-    STEP(0, 0, s.keep(Strong<Leaf>(std::move(s.strong)))),
-    STEP(0, 0, s.keep(Strong<Stranger>(std::move(s.strong)))),
-    STEP(0, 0, s.empty.swap(s.strong); std::swap(s.emptyWeak, s.weak)),
-    STEP(0, -1, s.weak.reset()),
-    STEP(0, -1, s.weak = nullptr),
-    STEP(0, 0, s.keep(s.strong), s.strong = new Node),
-    STEP(0, 0, s.strong->number += (*s.weak).number + s.weak->number),
+TEST(Pointer, CountsTellWhatIsHeld) {
+  NodePtr strong = new Both, empty;
+  NodeWeak weak = strong, emptyWeak;
+  const NodeWeak watching = weak;
+  ASSERT_TRUE(watching.strongCount() == 1 && watching.weakCount() == 4); // with the object's own
+  // How the counts differ while what is made stands.
+  const auto differ = [&](int strongs, int weaks, auto...) {
+    return watching.strongCount() == 1 + strongs && watching.weakCount() == 4 + weaks;
   };
-#undef STEP
+  const NodePtr& s = strong;
+  const NodeWeak& w = weak;
+  EXPECT_TRUE(differ(1, 1, NodePtr(s.get())));
+  EXPECT_TRUE(differ(1, 1, Strong<Leaf>(dynamic_cast<Both*>(s.get()))));
+  EXPECT_TRUE(differ(5, 5, NodePtr(s), NodePtr(w), w.lock(), NodePtr::holdIfHeld(w), NodePtr(s)));
+  EXPECT_TRUE(differ(3, 3, Strong<Leaf>(s), Strong<Both>(w), Strong<Mixin>(s)));
+  EXPECT_TRUE(differ(1, 1, NodePtr(Strong<Both>(s))));
+  EXPECT_TRUE(differ(0, 2, NodeWeak(s.get()), NodeWeak(s->self())));
+  EXPECT_TRUE(differ(0, 3, NodeWeak(w), NodeWeak(s), Weak<Both>(w)));
+  EXPECT_TRUE(differ(1, 2, NodeWeak(Strong<Both>(s)))); // which holds on to the end of the line
+  EXPECT_TRUE(differ(0, 0, Strong<Stranger>(s), Weak<Stranger>(w)));
+  const struct {
+    int strong, weak;
+    std::function<void()> step, back;
+  } steps[] = {
+      {1, 1, [&] { empty = empty = strong; }, [&] { empty = nullptr; }},
+      {1, 1, [&] { empty = weak; }, [&] { empty.reset(); }},
+      {1, 1, [&] { empty = strong.get(); }, [&] { empty = NodePtr(); }},
+      {0, 1, [&] { emptyWeak = weak; }, [&] { emptyWeak = nullptr; }},
+      {0, 1, [&] { emptyWeak = strong; }, [&] { emptyWeak.reset(); }},
+      {0, 0, [&] { strong = *&strong; }, [&] { strong = std::move(*&strong); }},
+      {0, 0, [&] { empty = std::move(strong); }, [&] { empty.swap(strong); }},
+      {0, 0, [&] { std::swap(emptyWeak, weak); }, [&] { weak = std::move(emptyWeak); }},
+      {0, -1, [&] { weak = nullptr; }, [&] { weak = strong; }},
+      {0, 0, [&] { strong->number += (*weak).number + weak->number; }, [] {}},
+  };
   for (const auto& one : steps) {
-    SCOPED_TRACE(one.what);
-    Scene scene;
-    const NodeWeak watching = scene.weak;
-    ASSERT_EQ(watching.weakCount(), 4); // the object's own, the strong one, and two weak ones
-    one.step(scene);
-    EXPECT_EQ(watching.strongCount(), 1 + one.strong);
-    EXPECT_EQ(watching.weakCount(), 4 + one.weak);
-    scene = Scene();
-    EXPECT_EQ(watching.strongCount(), -111);
-    EXPECT_EQ(watching.weakCount(), 1);
+    one.step();
+    EXPECT_TRUE(differ(one.strong, one.weak)) << &one - steps;
+    one.back();
+    EXPECT_TRUE(differ(0, 0)) << &one - steps;
   }
+  const Strong<Leaf> down(std::move(strong));
+  EXPECT_TRUE(differ(0, 0));
 }
 
 TEST(Pointer, NewObjectsHoldTheirRecord) {
@@ -194,22 +167,15 @@ TEST(Pointer, SerialsAreFreshForEveryPointer) {
   const NodeWeak weak = strong;
   NodeWeak dead;
   dead = NodePtr(new Node);
-  const std::function<std::uint64_t()> makers[] = {
-      [] { return NodePtr().serial(); },
-      [] { return Weak<Leaf>(nullptr).serial(); },
-      [&] { return NodePtr(strong).serial(); },
-      [&] { return NodeWeak(weak).serial(); },
-      [&] { return weak.lock().serial(); },
-      [&] { return Strong<Leaf>(weak).serial(); },
-      [&] { return Strong<Stranger>(strong).serial(); },
-      [&] { return NodePtr(NodePtr(strong)).serial(); },
-      [&] { return dead.lock().serial(); },
-      [] { return Node().self().serial(); },
+  // Of whatever kind, and whether they refer to an object or not.
+  std::uint64_t last = PointerID;
+  const auto isFresh = [&](const auto& pointer) {
+    return pointer.serial() > std::exchange(last, pointer.serial()) && last <= PointerID;
   };
-  for (const auto& make : makers) {
-    const std::uint64_t before = PointerID, first = make(), second = make();
-    EXPECT_TRUE(before < first && first < second && second <= PointerID) << &make - makers;
-  }
+  EXPECT_TRUE(isFresh(NodePtr()) && isFresh(Weak<Leaf>(nullptr)) && isFresh(NodePtr(strong)));
+  EXPECT_TRUE(isFresh(NodeWeak(weak)) && isFresh(weak.lock()) && isFresh(Strong<Leaf>(weak)));
+  EXPECT_TRUE(isFresh(Strong<Stranger>(strong)) && isFresh(NodePtr(weak.lock())) &&
+              isFresh(dead.lock()) && isFresh(Node().self()));
   // The new value is the serial, for an object as well.
   PointerID = 1000;
   const NodePtr next;
@@ -663,22 +629,15 @@ TEST(PointerLife, CountsEndAtTheLargestNumber) {
       {[&] { const NodeWeak made = object; }, false, true, false},
   };
   for (const auto& way : ways) {
-    const struct {
-      int strong, weak;
-      bool throws;
-    } cases[] = {{largest, 10, way.raisesStrong},
-                 {10, largest, true},
-                 {largest, largest, true},
-                 {largest - 1, largest - 1, false},
-                 {-111, largest, way.holdsTheDead},
-                 // Around where the counts begin to be looked at before the step.
-                 {largest - 65535, 10, false},
-                 {largest - 65536, 10, false},
-                 {10, largest - 65535, false},
-                 {10, largest - 65536, false}};
-    for (const auto& c : cases) {
+    // The last four are around where the counts begin to be looked at before the step.
+    for (const auto& [strongs, weaks, throws] :
+         {std::tuple(largest, 10, way.raisesStrong), std::tuple(10, largest, true),
+          std::tuple(largest, largest, true), std::tuple(largest - 1, largest - 1, false),
+          std::tuple(-111, largest, way.holdsTheDead), std::tuple(largest - 65535, 10, false),
+          std::tuple(largest - 65536, 10, false), std::tuple(10, largest - 65535, false),
+          std::tuple(10, largest - 65536, false)}) {
       Counts counts(strong);
-      counts.set(c.strong, c.weak);
+      counts.set(strongs, weaks);
       bool threw = false;
       try {
         way.raise();
@@ -687,8 +646,8 @@ TEST(PointerLife, CountsEndAtTheLargestNumber) {
                 e.type() == (way.ofLeaf ? typeid(Leaf) : typeid(Node));
       }
       assigned.reset();
-      EXPECT_EQ(threw, c.throws) << &way - ways << ' ' << c.strong << ' ' << c.weak;
-      EXPECT_TRUE(counts.are(c.strong, c.weak)) << &way - ways << ' ' << c.strong << ' ' << c.weak;
+      EXPECT_EQ(threw, throws) << &way - ways << ' ' << strongs << ' ' << weaks;
+      EXPECT_TRUE(counts.are(strongs, weaks)) << &way - ways << ' ' << strongs << ' ' << weaks;
     }
   }
   // At the limit a pointer is still moved, used, and dropped.
@@ -708,14 +667,9 @@ TEST(PointerLife, HoldThatNobodyCountedIsReported) {
   record->setCounts({1, 0});
   testing::internal::CaptureStdout();
   weak.reset();
-  char expected[512];
-  const char* const type = "Tolvane::ReferenceBase<(anonymous namespace)::Node>";
-  std::snprintf(expected, sizeof expected,
-                "CRITICAL WARNING: %s (-> %s) has no strong references... [0 weaks, obj %p via "
-                "%p] - weakptr destructed with no strong and no weak references!!!\n",
-                type, type, static_cast<void*>(static_cast<ReferenceBase<Node>*>(strong.get())),
-                static_cast<void*>(record));
-  EXPECT_EQ(testing::internal::GetCapturedStdout(), expected);
+  EXPECT_TRUE(testing::internal::GetCapturedStdout().ends_with(
+      " via " + to_address_string(record) +
+      "] - weakptr destructed with no strong and no weak references!!!\n"));
   EXPECT_EQ(record->counts().strong, 1);
   record->setCounts({1, 2});
 }

@@ -270,27 +270,20 @@ TEST(LoaderRegistry, RegistrationComesAndGoes) {
 }
 
 TEST(LoaderBase, ComparesExtensions) {
-  const struct {
-    Extensions names, extensions;
-    bool supported;
-  } cases[] = {
-      {{"A.DAT", "b.dat"}, {".dat"}, true},
-      {{"A.DAT", "b.dat"}, {".DAT"}, false},
-      {{"a.dat", "b.txt"}, {".dat"}, false},
-      {{"a.dat", "b.txt"}, {".dat", ".txt"}, true},
-      {{"ab"}, {"", "b", "ab"}, false},
-      {{"abc"}, {""}, true},
-      {{"abc"}, {"abcd", "xabc"}, false},
-      {{"abc"}, {"ABC", "abc"}, true},
-      {{}, {}, true},
-      {{"abc"}, {}, false},
-      {{std::string("a\0.DAT", 6)}, {".dat"}, true},
-      {{"a.D\xc4\xff"}, {".d\xc4\xff"}, true}, // bytes above 127 have no case in the C locale
-  };
-  ASSERT_STREQ(std::setlocale(LC_CTYPE, nullptr), "C");
-  for (const auto& c : cases)
-    EXPECT_EQ(LoaderBase::checkIfAllExtensionsAreSupported(c.names, c.extensions), c.supported)
-        << testing::PrintToString(c.names) << testing::PrintToString(c.extensions);
+  using E = Extensions;
+  ASSERT_STREQ(std::setlocale(LC_CTYPE, nullptr), "C"); // where bytes above 127 have no case
+  for (const auto& [names, extensions, supported] :
+       {std::tuple(E{"A.DAT", "b.dat"}, E{".dat"}, true),
+        std::tuple(E{"A.DAT", "b.dat"}, E{".DAT"}, false),
+        std::tuple(E{"a.dat", "b.txt"}, E{".dat"}, false),
+        std::tuple(E{"a.dat", "b.txt"}, E{".dat", ".txt"}, true),
+        std::tuple(E{"ab"}, E{"", "b", "ab"}, false), std::tuple(E{"abc"}, E{""}, true),
+        std::tuple(E{"abc"}, E{"abcd", "xabc"}, false), std::tuple(E{"abc"}, E{"ABC", "abc"}, true),
+        std::tuple(E{}, E{}, true), std::tuple(E{"abc"}, E{}, false),
+        std::tuple(E{std::string("a\0.DAT", 6)}, E{".dat"}, true),
+        std::tuple(E{"a.D\xc4\xff"}, E{".d\xc4\xff"}, true)})
+    EXPECT_EQ(LoaderBase::checkIfAllExtensionsAreSupported(names, extensions), supported)
+        << testing::PrintToString(names) << testing::PrintToString(extensions);
 }
 
 using Slot = StrongPtr<SaveInterfaceCreatorBase>;

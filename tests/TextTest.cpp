@@ -120,25 +120,15 @@ TEST(StreamString, Encoders) {
       {StreamString::encodeCtrlChar("a\3\0b"s), "\2a\3\0b\3"s}};
   for (const auto& [got, expected] : framed)
     EXPECT_EQ(got, expected);
-  const struct {
-    std::string text, special, expected;
-  } identifiers[] = {
-      {"", "", "\"\""},
-      {"abc", specials, "abc"},
-      {"a \n\"b", "", "a \n\"b"},
-      {"a b", specials, "\"a b\""},
-      {"a b", "b", "\"a b\""},
-      {"a b", "c", "a b"},
-      {"a\0b"s, "\0"s, "\"a\0b\""s},
-      {"a\nb", specials, "\2a\nb\3"},
-      {"a\rb", specials, "\2a\rb\3"},
-      {"\"", specials, "\2\"\3"},
-      // Framed for its tab, although only the "b" is special.
-      {"a\tb", "b", "\2a\tb\3"},
-      {"a\tb", "c", "a\tb"},
-  };
-  for (const auto& c : identifiers)
-    EXPECT_EQ(StreamString::encodeIdentifier(c.text, c.special), c.expected);
+  // Text, special characters, identifier; a tab frames the text whatever else is special.
+  for (const auto& [text, special, expected] :
+       {std::tuple(""s, ""s, "\"\""s), std::tuple("abc"s, specials, "abc"s),
+        std::tuple("a \n\"b"s, ""s, "a \n\"b"s), std::tuple("a b"s, specials, "\"a b\""s),
+        std::tuple("a b"s, "b"s, "\"a b\""s), std::tuple("a b"s, "c"s, "a b"s),
+        std::tuple("a\0b"s, "\0"s, "\"a\0b\""s), std::tuple("a\nb"s, specials, "\2a\nb\3"s),
+        std::tuple("a\rb"s, specials, "\2a\rb\3"s), std::tuple("\""s, specials, "\2\"\3"s),
+        std::tuple("a\tb"s, "b"s, "\2a\tb\3"s), std::tuple("a\tb"s, "c"s, "a\tb"s)})
+    EXPECT_EQ(StreamString::encodeIdentifier(text, special), expected);
 }
 
 TEST(StreamString, Escapes) {
@@ -186,82 +176,63 @@ TEST(StreamString, Escapes) {
 }
 
 TEST(StreamString, Tokens) {
-  const std::string dash = "\x10_", y200(200, 'y');
-  const Read none(false, "");
-  const auto found = [](std::string text) { return Read(true, std::move(text)); };
-  constexpr char lt = '<', gt = '>';
-  const struct {
+  struct Row {
     std::string text;
     Read expected;
     std::size_t position;
-    bool flag = false;
-    char open = ENQ, close = ENQ;
-  } cases[] = {
-      {"", none, 0},
-      {"", none, 0, false, lt, gt},
-      // Bare.
-      {"abc", found("abc"), 3},
-      {"abc=d", found("abc"), 3},
-      {"a\0b"s, found("a"), 1},
-      {"\0b"s, found(""), 1},
-      {"\nb", found(""), 1},
-      {"a[b]\3;", found("a[b]\3;"), 6},
-      {"]", found("]"), 1},
-      {"a" + dash + " ", found("a-"), 3, true},
-      {"a" + dash + " ", found("a" + dash), 3},
-      // Quoted: nothing nests, nothing escapes the quote.
-      {"\"\"x", found(""), 2},
-      {"\"a=\n\0[\"x"s, found("a=\n\0["s), 7},
-      {"\"a\\\"b", found("a\\"), 4},
-      {"\"ab", found("ab"), 3},
-      {"\"" + dash + "\"", found("-"), 4, true},
-      // Framed.
-      {"\2\3x", found(""), 2},
-      {"\2a\t\"\n\0b\3x"s, found("a\t\"\n\0b"s), 8},
-      {"\2a\2b\3c\3\3", found("a\2b\3c"), 7},
-      {"\2a\2b\3c", found("a\2b\3c"), 6},
-      {"\2" + dash + "\3", found("-"), 4, true},
-      // Delimited, by the bracket that is found.
-      {"[]", found(""), 2},
-      {"[a[b]c]d", found("a[b]c"), 7},
-      {"{a{{}}}}", found("a{{}}"), 7},
-      {"(a])b)", found("a]"), 4},
-      {"[a\0=\n\"]"s, found("a\0=\n\""s), 7},
-      {"[[a]", found("[a]"), 4},
-      {"(" + dash + ")", found("-"), 4, true},
-      // Delimited as the caller says; the first byte goes, whatever it is.
-      {"<a<b>>c", found("a<b>"), 6, false, lt, gt},
-      {"xa<b>>c", found("a<b>"), 6, false, lt, gt},
-      {"\"a>\"", found("a"), 3, false, lt, gt},
-      {">a>", found("a"), 3, false, lt, gt},
-      {"\na>", found("a"), 3, false, lt, gt},
-      {"\2a\3>", found("a\3"), 4, false, lt, gt},
-      {"|a|b|", found("a"), 3, false, '|', '|'},
-      {"<a", found("a"), 2, false, lt, gt},
-      {"<" + dash + ">", found("-"), 4, true, lt, gt},
-      {"\0a\0"s, found("a"), 3, false, '\0', '\0'},
-      // Length: the same whatever the caller says, and never decoded.
-      {length(3) + "a\0\nx"s, found("a\0\n"s), 8},
-      {length(3) + "abcx", found("abc"), 8, false, lt, gt},
-      {length(2) + dash + "x", found(dash), 7, true},
-      {length(0) + "x", found(""), 5},
-      {length(10) + "0123456789\n", found("0123456789"), 15},
-      {length(200) + y200 + "y", found(y200), 205},
-      {length(0), none, 5},
-      {length(3) + "abc", none, 8},
-      {length(3) + "ab", none, 7},
-      {"\5", none, 1},
-      {"\5\0\0\0"s, none, 4, false, lt, gt},
-      {length(0xffffffff) + "0123456789", none, 15},
-      {length(0x80000000) + "0123456789", none, 15, true, lt, gt},
+    bool flag;
+    char open, close;
   };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(testing::PrintToString(c.text));
-    Recorder in(c.text);
-    EXPECT_EQ(read(in, c.flag, c.open, c.close), c.expected);
-    EXPECT_EQ(in.position(), c.position);
-    in.expectBooks();
-  }
+  // Text, token, position after it; whether escapes are decoded, and delimiters of the caller.
+  const auto is = [](std::string text, std::string token, std::size_t position, bool flag = false,
+                     char open = ENQ, char close = ENQ) {
+    return Row{std::move(text), {true, std::move(token)}, position, flag, open, close};
+  };
+  const auto no = [](std::string text, std::size_t position, char open = ENQ, char close = ENQ) {
+    return Row{std::move(text), {false, ""}, position, false, open, close};
+  };
+  constexpr char lt = '<', gt = '>';
+  const std::string dash = "\x10_", y200(200, 'y');
+  const std::vector<Row> tables[] = {
+      // Bare.
+      {no("", 0), no("", 0, lt, gt), is("abc", "abc", 3), is("abc=d", "abc", 3),
+       is("a\0b"s, "a", 1), is("\0b"s, "", 1), is("\nb", "", 1), is("a[b]\3;", "a[b]\3;", 6),
+       is("]", "]", 1), is("a" + dash + " ", "a-", 3, true), is("a" + dash + " ", "a" + dash, 3)},
+      // Quoted: nothing nests, nothing escapes the quote.
+      {is("\"\"x", "", 2), is("\"a=\n\0[\"x"s, "a=\n\0["s, 7), is("\"a\\\"b", "a\\", 4),
+       is("\"ab", "ab", 3), is("\"" + dash + "\"", "-", 4, true)},
+      // Framed.
+      {is("\2\3x", "", 2), is("\2a\t\"\n\0b\3x"s, "a\t\"\n\0b"s, 8),
+       is("\2a\2b\3c\3\3", "a\2b\3c", 7), is("\2a\2b\3c", "a\2b\3c", 6),
+       is("\2" + dash + "\3", "-", 4, true)},
+      // Delimited, by the bracket that is found.
+      {is("[]", "", 2), is("[a[b]c]d", "a[b]c", 7), is("{a{{}}}}", "a{{}}", 7),
+       is("(a])b)", "a]", 4), is("[a\0=\n\"]"s, "a\0=\n\""s, 7), is("[[a]", "[a]", 4),
+       is("(" + dash + ")", "-", 4, true)},
+      // Delimited as the caller says; the first byte goes, whatever it is.
+      {is("<a<b>>c", "a<b>", 6, false, lt, gt), is("xa<b>>c", "a<b>", 6, false, lt, gt),
+       is("\"a>\"", "a", 3, false, lt, gt), is(">a>", "a", 3, false, lt, gt),
+       is("\na>", "a", 3, false, lt, gt), is("\2a\3>", "a\3", 4, false, lt, gt),
+       is("|a|b|", "a", 3, false, '|', '|'), is("<a", "a", 2, false, lt, gt),
+       is("<" + dash + ">", "-", 4, true, lt, gt), is("\0a\0"s, "a", 3, false, '\0', '\0')},
+      // Length: the same whatever the caller says, and never decoded.
+      {is(length(3) + "a\0\nx"s, "a\0\n"s, 8), is(length(3) + "abcx", "abc", 8, false, lt, gt),
+       is(length(2) + dash + "x", dash, 7, true), is(length(0) + "x", "", 5),
+       is(length(10) + "0123456789\n", "0123456789", 15), is(length(200) + y200 + "y", y200, 205),
+       no(length(0), 5), no(length(3) + "abc", 8), no(length(3) + "ab", 7), no("\5", 1),
+       no("\5\0\0\0"s, 4, lt, gt), no(length(0xffffffff) + "0123456789", 15),
+       no(length(0x80000000) + "0123456789", 15, lt, gt)},
+  };
+  for (const auto& table : tables)
+    for (const Row& c : table) {
+      SCOPED_TRACE(testing::PrintToString(c.text));
+      Recorder in(c.text);
+      EXPECT_EQ(read(in, c.flag, c.open, c.close), c.expected);
+      EXPECT_EQ(in.position(), c.position);
+      in.expectBooks();
+    }
+  const Read none(false, "");
+  const auto found = [](std::string text) { return Read(true, std::move(text)); };
   const struct {
     std::string text, terminators;
     Read first, second;

@@ -278,11 +278,19 @@ int unseenGone() {
   return Unseen::gone;
 }
 
-// A type of the same name as one in PointerTest.cpp.
+// Types of the same names as in PointerTest.cpp.
 namespace {
 struct FirstKind : ReferenceBase<FirstKind> {};
 } // namespace
 std::uint64_t instanceNumberOfAnotherFirstKind();
 std::uint64_t instanceNumberOfAnotherFirstKind() {
   return FirstKind().instanceNumber();
+}
+static std::uint64_t instanceNumberInside() {
+  struct Kind : ReferenceBase<Kind> {};
+  return Kind().instanceNumber();
+}
+std::uint64_t instanceNumberInsideAnother();
+std::uint64_t instanceNumberInsideAnother() {
+  return instanceNumberInside();
 }

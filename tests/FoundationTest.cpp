@@ -3,6 +3,7 @@
 
 #include "RunProbe.hpp"
 
+#include <tolvane/DemanglerAnswerInternal.hpp>
 #include <tolvane/Environment.hpp>
 #include <tolvane/Exception.hpp>
 #include <tolvane/SystemMemory.hpp>

@@ -200,8 +200,14 @@ struct DerivedKind : FirstKind {};
 
 } // namespace
 
-// A type of the same name in another source.
+static std::uint64_t instanceNumberInside() {
+  struct Kind : ReferenceBase<Kind> {};
+  return Kind().instanceNumber();
+}
+
+// Types of the same names in another source.
 std::uint64_t instanceNumberOfAnotherFirstKind();
+std::uint64_t instanceNumberInsideAnother();
 
 TEST(Pointer, InstancesAreNumberedPerType) {
   EXPECT_EQ(FirstKind().instanceNumber(), 0U);
@@ -210,6 +216,10 @@ TEST(Pointer, InstancesAreNumberedPerType) {
   EXPECT_EQ(instanceNumberOfAnotherFirstKind(), 0U);
   EXPECT_EQ(FirstKind().instanceNumber(), 2U);
   EXPECT_TRUE(FirstKind::instancesMade() == 3 && SecondKind::instancesMade() == 1);
+  EXPECT_EQ(instanceNumberInside(), 0U);
+#ifndef __clang__ // which does not mark types inside static functions as local
+  EXPECT_EQ(instanceNumberInsideAnother(), 0U);
+#endif
 }
 
 TEST(Pointer, ConversionsFindTheObject) {

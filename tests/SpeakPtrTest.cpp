@@ -222,6 +222,11 @@ TEST(SpeakPtr, BreakpointsGetTheWholeReport) {
   ASSERT_NE(second, std::string::npos) << inconsistent;
   const std::string report = inconsistent.substr(begin, second - begin);
   EXPECT_TRUE(report.ends_with(p(a4) + "\n")) << report;
+  // The names are asked for in the order of the text.
+  EXPECT_NE(
+      report.find("=int, should have template<Object=int32_t> as referenced from base int32_t"),
+      std::string::npos)
+      << report;
   EXPECT_EQ(inconsistent.find(report, second), second + 14) << inconsistent;
 }
 
@@ -278,11 +283,19 @@ int unseenGone() {
   return Unseen::gone;
 }
 
-// A type of the same name as one in PointerTest.cpp.
+// Types of the same names as in PointerTest.cpp.
 namespace {
 struct FirstKind : ReferenceBase<FirstKind> {};
 } // namespace
 std::uint64_t instanceNumberOfAnotherFirstKind();
 std::uint64_t instanceNumberOfAnotherFirstKind() {
   return FirstKind().instanceNumber();
+}
+static std::uint64_t instanceNumberInside() {
+  struct Kind : ReferenceBase<Kind> {};
+  return Kind().instanceNumber();
+}
+std::uint64_t instanceNumberInsideAnother();
+std::uint64_t instanceNumberInsideAnother() {
+  return instanceNumberInside();
 }

@@ -92,19 +92,34 @@ PROBE_COMMAND(report_macros) {
 }
 
 #ifdef __linux__
-// Runs into a breakpoint under a tracer, which hands the signal it sees on or not, and tells it.
+// HOW [THREADS TIMES]: runs into a breakpoint, and then into more on threads, under a tracer, which
+// hands the signals it sees on or not, and tells them.
 PROBE_COMMAND(break_traced) {
   const pid_t child = fork();
   if (child == 0) {
     ptrace(PTRACE_TRACEME, 0, nullptr, nullptr);
     breakpoint("traced");
+    std::vector<std::thread> threads;
+    for (int n = arguments.size() > 1 ? std::stoi(arguments[1]) : 0; n > 0; --n)
+      threads.emplace_back([&] {
+        for (int i = 0; i < std::stoi(arguments.at(2)); ++i)
+          breakpoint("traced");
+      });
+    for (std::thread& thread : threads)
+      thread.join();
     _exit(7);
   }
   int status = 0;
-  while (waitpid(child, &status, 0) == child && WIFSTOPPED(status)) {
-    const int signal = WSTOPSIG(status);
-    std::printf("stopped by %s\n", signal == SIGTRAP ? "SIGTRAP" : "another signal");
-    ptrace(PTRACE_CONT, child, nullptr, arguments.at(0) == "hand-on" ? signal : 0);
+  pid_t stopped = 0;
+  while ((stopped = waitpid(-1, &status, __WALL)) > 0 && (stopped != child || WIFSTOPPED(status))) {
+    if (!WIFSTOPPED(status))
+      continue;
+    // Beside signals there are the stops in which a thread begins another, and those of new ones.
+    const int signal = status >> 16 == 0 && WSTOPSIG(status) != SIGSTOP ? WSTOPSIG(status) : 0;
+    if (signal != 0)
+      std::printf("stopped by %s\n", signal == SIGTRAP ? "SIGTRAP" : "another signal");
+    ptrace(PTRACE_SETOPTIONS, stopped, nullptr, PTRACE_O_TRACECLONE);
+    ptrace(PTRACE_CONT, stopped, nullptr, arguments.at(0) == "hand-on" ? signal : 0);
   }
   std::printf("exit code %d\n", WIFEXITED(status) ? WEXITSTATUS(status) : -1);
   return 0;

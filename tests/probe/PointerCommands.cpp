@@ -49,7 +49,7 @@ PROBE_COMMAND(speak) {
       {"SelfConstruction", [&] { s.SelfConstruction(type, p, p); }},
       {"NullPtrException", [&] { const NullPtrException exception(type, type); }},
       {"InconsistentDynPtr",
-       [&] { s.InconsistentDynPtr(type, i, b, p, q, address(0x30), address(0x40), 77); }},
+       [&] { s.InconsistentDynPtr(i, i, i, p, q, address(0x30), address(0x40), 77); }},
       {"InvalidPtrAccess",
        [&] {
          DefineTypenameBase::setTypename(type, "Named%d");

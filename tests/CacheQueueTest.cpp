@@ -227,8 +227,7 @@ TEST(CacheQueue, GivesUpAfterAHundredAnswersWithoutProgress) {
       const std::string last = std::string("last one asked was [") + stuck + "]";
       EXPECT_NE(reports.text().find(last), std::string::npos) << reports.text();
     }
-    for (const char name : {'a', 'b'})
-      all.maker(name).onRelease = nullptr;
+    all.calm();
   }
 }
 
@@ -324,8 +323,7 @@ TEST(CacheQueue, PurgeEndsWhileEntriesMoveOrAreMadeAgain) {
   EXPECT_EQ(side.queue.purge(), 30u);
   EXPECT_EQ(all.asked(), "abc");
   EXPECT_EQ(side.queue.memsize(), 60u);
-  for (const char name : {'a', 'b', 'c'})
-    all.maker(name).onRelease = nullptr;
+  all.calm();
 }
 
 TEST(CacheQueue, ProfilesItsSteps) {

@@ -129,6 +129,12 @@ public:
   /// The creator goes, and the object with it unless somebody else holds that.
   void drop(char name) { makers_.erase(name); }
 
+  /// All creators answer as they were told again.
+  void calm() {
+    for (const auto& [name, maker] : makers_)
+      maker->onRelease = nullptr;
+  }
+
   /// The names of those that live.
   std::string alive() const {
     std::string names;

@@ -20,22 +20,6 @@ const std::string touching = "CacheMap::touch(const WeakPtr<Cacheable>&Ca): ",
 
 } // namespace
 
-TEST(CacheMap, FilesByDomain) {
-  Population all;
-  CacheMap map;
-  EXPECT_TRUE(map.insert(all.add<1>('a', 10), false));
-  EXPECT_TRUE(map.insert(all.add<1>('b', 20), true));
-  EXPECT_TRUE(map.insert(all.add<2, 5>('c', 40), true));
-  EXPECT_FALSE(map.insert(nullptr, true));
-  EXPECT_EQ(order(map.domain(typeid(DataOf<1>))), "ab|-|-");
-  EXPECT_EQ(order(map.domain(typeid(DataOf<2>))), "c|-|-") << "whoever made it";
-  EXPECT_EQ(map.domain(typeid(DataOf<3>)), nullptr);
-  EXPECT_TRUE(map.isAlreadyIncluded(all['c']));
-  EXPECT_FALSE(map.isAlreadyIncluded(all.add<1>('e', 1)));
-  EXPECT_FALSE(map.isAlreadyIncluded(all.add<3>('f', 1)));
-  EXPECT_FALSE(map.isAlreadyIncluded(nullptr));
-}
-
 TEST(CacheMap, TouchTellsWhatItMisses) {
   Population all;
   CreatorCacheMap map;
@@ -56,6 +40,10 @@ TEST(CacheMap, TouchTellsWhatItMisses) {
   map.insert(all.add<1, 2>('c', 1), false);
   EXPECT_EQ(touch(true), "") << "an object that was never inserted is taken in";
   EXPECT_EQ((order<1, 2>(map)), "ac|-|-");
+  const StrongPtr<CacheMap> domains = map.creatorDomain(typeid(MakerOf<2>));
+  EXPECT_TRUE(domains->isAlreadyIncluded(all['a']));
+  EXPECT_FALSE(domains->isAlreadyIncluded(all.add<1, 2>('d', 1)));
+  EXPECT_FALSE(domains->isAlreadyIncluded(all.add<3, 2>('e', 1)));
   const StrongPtr<Cacheable> held = all['a'].lock();
   all.drop('a');
   EXPECT_EQ(touch(false), noCreator(typeid(void)));

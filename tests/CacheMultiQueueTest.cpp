@@ -17,27 +17,6 @@ struct Domain : CacheBase {
 
 } // namespace
 
-TEST(CacheMultiQueue, BeforeTheFirstInsertion) {
-  Population all;
-  all.add('a', 10);
-  Domain domain(100);
-  EXPECT_FALSE(domain.adjust(0)) << "no room in what does not exist";
-  EXPECT_EQ(printed([&] {
-              EXPECT_FALSE(domain.queues.touch(all['a']) || domain.queues.touch(nullptr));
-              domain.queues.list_info();
-            }),
-            "CacheMap::touch(const WeakPtr<Cacheable>&Ca): No Primary Queue found! Nothing "
-            "touched.\n");
-  EXPECT_FALSE(domain.queues.push_front(nullptr) || domain.queues.push_back(nullptr));
-  EXPECT_EQ(order(&domain.queues), "-|-|-") << "what is gone makes no queue";
-
-  EXPECT_TRUE(domain.queues.push_back(all['a']));
-  EXPECT_EQ(order(&domain.queues), "a|-|-");
-  all.drop('a');
-  EXPECT_TRUE(domain.adjust(1000)) << "an empty queue has room for everything";
-  EXPECT_EQ(order(&domain.queues), "||");
-}
-
 TEST(CacheMultiQueue, TemporariesComeBackOneByOneOldestFirst) {
   Population all;
   Domain domain(30);

@@ -285,25 +285,6 @@ TEST(CacheQueue, ADyingQueueReportsAndGoesOn) {
   }
 }
 
-TEST(CacheQueue, PurgeAsksFromTheNewestAndAgainAfterEachThatWent) {
-  const struct {
-    const char* entries; // from the oldest
-    memsize_t freed;
-    const char *order, *asked;
-  } cases[] = {
-      {"a2b2c2", 30, "", "abc"},    {"a0b1c7", 0, "cba", "abc"}, {"a1b2c1", 10, "ca", "abcc"},
-      {"a2b2c1", 20, "c", "abccc"}, {"a1b1c2", 10, "ba", "abc"},
-  };
-  for (const auto& test : cases) {
-    SCOPED_TRACE(test.entries);
-    Population all;
-    Side side(all, test.entries);
-    EXPECT_EQ(side.queue.purge(), test.freed);
-    expectWhole(side.queue, test.order);
-    EXPECT_EQ(all.asked(), test.asked);
-  }
-}
-
 // Nothing is locked while a purge asks.
 TEST(CacheQueue, PurgeEndsWhileEntriesMoveOrAreMadeAgain) {
   const Watchdog watchdog;

@@ -94,18 +94,6 @@ TEST(Cache, Survivors) {
   }
 }
 
-TEST(Cache, SizesThatLieKeepTheSumsRight) {
-  const CachePtr cache = new Cache(100, "cache");
-  Population all;
-  EXPECT_TRUE(cache->insert(all.add('a', 0), false));
-  EXPECT_TRUE(cache->insert(all.add('b', 10), false));
-  all.data('a').size = memsize_t{1} << 63;
-  EXPECT_EQ(cache->totalCost(true), 10u);
-  EXPECT_FALSE(cache->insert(all['a'], false));
-  EXPECT_EQ(all.alive(), "") << "its domain was drained for it, and itself went first";
-  EXPECT_EQ(cache->totalCost(true), memsize_t{1} << 63) << "which was never counted";
-}
-
 TEST(Cache, FilesAgainWhatStandsThere) {
   const CachePtr cache = new Cache(30, "cache"), other = new Cache(100, "other");
   Population all;

@@ -1,6 +1,5 @@
 #include "support/CacheFixtures.hpp"
 
-#include <cstring>
 #include <optional>
 
 using namespace cachetest;
@@ -48,41 +47,6 @@ TEST(Cacheable, CopiesAndAssignmentsTakeNothingOver) {
   EXPECT_EQ(data.myCache(), cache);
   data.PreDestructor();
   expectEmpty(queue);
-}
-
-// Steps: "+x" makes x the newest, "-x" the oldest, "*x" marks it as used, "~x" destroys it.
-TEST(Cacheable, RingKeepsTheOrder) {
-  const struct {
-    const char *steps, *order;
-  } cases[] = {
-      {"+a", "a"},         {"-a", "a"},         {"+a+b+c", "cba"},     {"-a-b-c", "abc"},
-      {"+a+b-c", "bac"},   {"+a+a", "a"},       {"+a+b+c+c", "cba"},   {"+a+b+c+b", "bca"},
-      {"+a+b+c+a", "acb"}, {"+a+b+c-a", "cba"}, {"+a+b+c-b", "cab"},   {"+a+b+c-c", "bac"},
-      {"+a+b-b", "ab"},    {"-a-b+b", "ba"},    {"+a+b+c*a*b", "bac"}, {"+a+b+c~b", "ca"},
-      {"+a+b+c~c", "ba"},  {"+a+b+c~a", "cb"},  {"+a~a", ""},          {"+a+b~a~b-c", "c"},
-  };
-  for (const auto& test : cases) {
-    SCOPED_TRACE(test.steps);
-    CacheQueue queue;
-    Population all;
-    for (const char name : {'a', 'b', 'c'})
-      all.add(name, static_cast<memsize_t>(name));
-    for (const char* step = test.steps; *step; step += 2) {
-      const WeakPtr<Cacheable> object = all[step[1]];
-      if (*step == '~')
-        all.drop(step[1]);
-      else
-        EXPECT_TRUE(*step == '+'   ? object->push_front(queue)
-                    : *step == '-' ? object->push_back(queue)
-                                   : object->markAsUsed());
-    }
-    EXPECT_EQ(order(&queue), test.order);
-    EXPECT_EQ(queue.memsize(), queue.compute_memsize());
-    EXPECT_EQ(queue.nEntries(), std::strlen(test.order));
-    EXPECT_EQ(queue.NumberOfListEntries(), queue.nEntries());
-    for (const char* name = test.order; *name; ++name)
-      EXPECT_EQ(all[*name]->NumberOfListEntries(), queue.nEntries());
-  }
 }
 
 // A size that changes behind the library's back shifts the sums by exactly the difference.

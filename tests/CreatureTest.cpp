@@ -47,17 +47,6 @@ TEST(Creature, HasDataOnlyWhileTheyLive) {
   EXPECT_STREQ(Creature::Exception("d", "f", 1).what(), "Unspecified Tolvane::Creature Exception");
 }
 
-TEST(Creature, CacheManagerIsReplaced) {
-  const CachePtr first = new Cache(1, "1"), second = new Cache(2, "2");
-  const int weak = first.weakCount();
-  const MakerPtr maker = new Maker(first);
-  maker->setCacheManager(first);
-  EXPECT_EQ(first.weakCount(), weak + 1);
-  maker->setCacheManager(second);
-  EXPECT_EQ(first.weakCount(), weak);
-  EXPECT_EQ(maker->cacheManager(), second);
-}
-
 TEST(Creature, EnableCachingNeedsAHolderAndACache) {
   Maker onTheStack;
   onTheStack.data = new Data(1); // what it holds plays no part

@@ -289,33 +289,6 @@ TEST_F(HostileCreator, SizesThrowAndPush) {
   expectWhole();
 }
 
-TEST_F(HostileCreator, AnswersForEver) {
-  const struct {
-    int answer, reports;
-    std::size_t asked;
-    const char* order;
-  } cases[] = {
-      {1, 0, 7, "|cbad|"}, // each of three further visits brings one back
-      {-2147483647, 4, 400, "dcba||"},
-      {2, 404, 400, "dcba||"},
-  };
-  for (const auto& test : cases) {
-    SCOPED_TRACE(test.answer);
-    cache = new Cache(40, "own");
-    for (const char name : firstDomain) {
-      EXPECT_TRUE(cache->insert(all.add<0>(name, 10), false));
-      all.maker(name).onRelease = [&] { return test.answer; };
-    }
-    const Reports reports;
-    all.asked();
-    EXPECT_FALSE(cache->insert(all.add<0>('x', 10), false));
-    EXPECT_EQ(all.asked().size(), test.asked);
-    EXPECT_EQ(reports.count(), test.reports);
-    EXPECT_EQ(order(*cache), test.order);
-    all.calm();
-  }
-}
-
 // The sums are what the sizes said at each step, and the walks end all the same.
 TEST_F(HostileCreator, SizesChangeWithEveryLook) {
   const memsize_t sizes[] = {0, memsize_t{1} << 63, 3, largest, 17};

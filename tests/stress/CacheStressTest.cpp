@@ -188,33 +188,23 @@ TEST_F(CacheStress, ThreadsShareObjectsAndDomains) {
       Cache& cache = *caches[random() % 8 == 0];
       const DataPtr data = maker.obtain(cache, 50 + random() % 100);
       EXPECT_TRUE(whole(*data));
-      const unsigned choice = random() % 16;
-      if (choice < 2)
-        cache.touch(data);
-      else if (choice == 2)
-        data->markAsUsed();
-      else if (choice < 6)
-        dynamic_cast<Growing&>(*data).resize(random() % 200);
-      else if (choice == 6)
-        cache.insert(data, random() % 2);
-      else if (choice == 7)
-        cache.adjust(typeid(MakerOfBlocks<0, 0>), blockType(random() % 2), random() % 500);
-      else if (choice == 8)
-        maker.drop();
-      else if (choice == 9)
-        held.push_back(data);
-      else if (choice == 10)
-        held.clear();
-      else if (choice == 11)
-        cache.insert_zombie(data);
-      else if (choice == 12)
-        cache.purge_Hades();
-      else if (choice == 13)
-        look(cache);
-      else if (choice == 14)
-        data->setName("renamed" + std::to_string(data->NumberOfListEntries()));
-      else if (random() % 64 == 0)
-        cache.purge();
+      const std::function<void()> actions[] = {
+          [&] { cache.touch(data); },
+          [&] { cache.touch(data); },
+          [&] { data->markAsUsed(); },
+          [&] { dynamic_cast<Growing&>(*data).resize(random() % 200); },
+          [&] { dynamic_cast<Growing&>(*data).resize(random() % 200); },
+          [&] { cache.insert(data, random() % 2); },
+          [&] { cache.adjust(typeid(MakerOfBlocks<0, 0>), blockType(random() % 2), 200); },
+          [&] { maker.drop(); },
+          [&] { held.push_back(data); },
+          [&] { held.clear(); },
+          [&] { cache.insert_zombie(data); },
+          [&] { cache.purge_Hades(); },
+          [&] { look(cache); },
+          [&] { data->setName("renamed" + std::to_string(data->NumberOfListEntries())); },
+          [&] { random() % 64 == 0 ? cache.purge() : 0; }};
+      actions[random() % std::size(actions)]();
     }
   });
 

@@ -120,6 +120,7 @@ bool Cache::insert(const WeakPtr<Cacheable>& object, bool asOldest) {
     return refuse(applicant.cost, *applicant.creatorDomain, *applicant.domain);
   }
   if (verbosity() >= 11) {
+    applicant.object = {}; // it does not count in what is printed
     list_info();
   }
   return true;

@@ -39,7 +39,7 @@ constexpr std::chrono::seconds PatienceForQueue{10};
 
 /// An entry whose creator is gone is looked at so often, a millisecond apart, before it counts as
 /// forgotten: a thread that merely looks at it may have kept it from going with its creator.
-constexpr int LooksAtForgotten = 100;
+constexpr int LooksAtForgotten = 30;
 
 /// The number of adjustments so far, for the debug stop. Raced on purpose.
 std::atomic<std::int32_t> adjustments{0};
@@ -259,15 +259,17 @@ bool CacheQueue::includes(const Cacheable& object) const {
 
 /// Whether an entry whose creator is gone leaves the queue, or gets another creator, in a moment.
 bool CacheQueue::goesByItself(const WeakPtr<Cacheable>& entry) const {
-  for (int looks = 0; looks < LooksAtForgotten && !detail::otherThreadsAreGone(); ++looks) {
+  for (int looks = 0; looks <= LooksAtForgotten && !detail::otherThreadsAreGone(); ++looks) {
     {
       const detail::Held<Cacheable> held(entry);
       if (!held || !includes(*held) || held->creator()) {
         return true;
       }
-      if (!held.owned()) {
+      const std::lock_guard own(held->mutex_);
+      if (!held.owned() || held->forgotten_) {
         return false;
       }
+      held->forgotten_ = looks == LooksAtForgotten;
     }
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }

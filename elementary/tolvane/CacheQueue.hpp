@@ -98,8 +98,8 @@ public:
   ///
   /// Throws NullPtrException, after its report, at an entry without a live creator, and what a
   /// creator throws; the queue is whole then. A creator that is just being destroyed is not asked.
-  /// An entry whose creator is gone is given a tenth of a second to follow it, because some thread
-  /// may just be looking at it.
+  /// An entry whose creator is gone is once given some hundredths of a second to follow it, because
+  /// another thread may just be looking at it.
   memsize_t purge();
 
   /// Releases the oldest entries until `newCost` bytes fit the limit of `cache`, or no entry is

@@ -63,6 +63,7 @@ void Cacheable::setCreator(const WeakPtr<Creature, Creature>& creator) {
   const std::lock_guard lock(mutex_);
   creator_ = creator;
   creatorChanged_ = true;
+  forgotten_ = false;
 }
 
 WeakPtr<Creature, Creature> Cacheable::creator() const {

@@ -213,6 +213,7 @@ private:
   mutable detail::PosixMutex mutex_{detail::PosixMutex::Kind::Plain};
   bool predestructed_ = false;
   bool creatorChanged_ = false; // since the object was filed
+  bool forgotten_ = false;      // by its creator, as a patient look found
   const bool isAnchor_ = false;
   // Raised with every change of the size, so that a size read outside the lock is known to be
   // the current one.

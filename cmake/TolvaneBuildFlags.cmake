@@ -37,5 +37,10 @@ function(tolvane_build_flags)
       # typeid(*pointer) evaluates its operand, and that is what it is for here.
       $<$<CXX_COMPILER_ID:Clang>:-Wno-potentially-evaluated-expression>
       $<$<BOOL:${TOLVANE_WARNINGS_AS_ERRORS}>:-Werror>)
+    if(TOLVANE_SANITIZE AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+      # What a sanitizer puts in between makes GCC warn of its own library's code.
+      target_compile_options(${target} PRIVATE
+        -Wno-array-bounds -Wno-maybe-uninitialized -Wno-restrict)
+    endif()
   endforeach()
 endfunction()

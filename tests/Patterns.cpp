@@ -1,11 +1,6 @@
 #include "Patterns.hpp"
 
 #include <iterator>
-
-#if defined(__GNUC__) && !defined(__clang__)
-// The compiler warns of the library's own code where a sanitizer changes what is inlined.
-#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
-#endif
 #include <regex>
 
 bool matches(const std::string& text, const std::string& pattern) {

@@ -2,8 +2,8 @@
 
 #include <tolvane/LoaderProgress.hpp>
 #include <tolvane/LoaderRegistryBase.hpp>
-#include <tolvane/Typename.hpp>
 
+#include <memory>
 #include <unordered_map>
 #include <utility>
 
@@ -11,7 +11,41 @@ namespace Tolvane {
 namespace {
 
 using LoaderMap = std::unordered_map<TypeInfo, StrongPtr<LoaderBase>>;
-using DomainMap = std::unordered_map<TypeInfo, LoaderMap>;
+
+/// A loader in the order in which they are asked. It is not held: one that is removed meanwhile,
+/// perhaps with its module, is not asked.
+struct Asked {
+  TypeInfo key;
+  WeakPtr<LoaderBase> loader;
+};
+using Order = std::vector<Asked>;
+
+struct Domain {
+  LoaderMap loaders;
+  // The same loaders, replaced with every registration, so that a load that is under way keeps its
+  // own and none has to copy them.
+  std::shared_ptr<Order> order = std::make_shared<Order>();
+
+  void reorder() {
+    auto next = std::make_shared<Order>();
+    for (const auto& [key, loader] : loaders) {
+      next->push_back({key, loader});
+    }
+    order = std::move(next);
+  }
+
+  /// Takes a loader out, also of what loads are under way; to be released by the caller.
+  LoaderMap::node_type remove(const std::type_info& key) {
+    for (Asked& asked : *order) {
+      if (asked.key == TypeInfo(key)) {
+        asked.loader.reset();
+      }
+    }
+    return loaders.extract(key);
+  }
+};
+
+using DomainMap = std::unordered_map<TypeInfo, Domain>;
 
 /// Never destroyed: modules take their loaders out until the very end.
 DomainMap& store() {
@@ -26,21 +60,12 @@ typename Map::mapped_type& entryFor(Map& map, const std::type_info& type) {
   return found != map.end() ? found->second : map[detail::lastingType(type)];
 }
 
-/// The loaders of a domain as they stand, so that what they do cannot disturb the walk over them.
-/// They are not held: one that is removed meanwhile, perhaps with its module, is not asked.
-std::vector<WeakPtr<LoaderBase>> snapshot(const std::type_info& domain) {
-  std::vector<WeakPtr<LoaderBase>> loaders;
-  for (const auto& [key, loader] : entryFor(store(), domain)) {
-    loaders.emplace_back(loader);
-  }
-  return loaders;
-}
-
 /// Calls `ask` with each live loader until it answers true. Returns whether one did.
 template <class Ask>
 bool askEach(const std::type_info& domain, Ask ask) {
-  for (const WeakPtr<LoaderBase>& registered : snapshot(domain)) {
-    if (const StrongPtr<LoaderBase> loader = registered.lock()) {
+  const std::shared_ptr<Order> order = entryFor(store(), domain).order;
+  for (const Asked& asked : *order) {
+    if (const StrongPtr<LoaderBase> loader = asked.loader.lock()) {
       if (ask(*loader)) {
         return true;
       }
@@ -55,7 +80,15 @@ void LoaderRegistryBase::domain_append(const std::type_info& key,
                                        const StrongPtr<LoaderBase>& loader,
                                        const std::type_info& domain) {
   StrongPtr<LoaderBase> former = loader; // Released when the registry is whole again.
-  entryFor(entryFor(store(), domain), key).swap(former);
+  Domain& to = entryFor(store(), domain);
+  StrongPtr<LoaderBase>& slot = entryFor(to.loaders, key);
+  slot.swap(former);
+  try {
+    to.reorder();
+  } catch (...) {
+    slot.swap(former);
+    throw;
+  }
 }
 
 bool LoaderRegistryBase::domain_remove(const std::type_info& key, const std::type_info& domain) {
@@ -63,7 +96,7 @@ bool LoaderRegistryBase::domain_remove(const std::type_info& key, const std::typ
   if (found == store().end()) {
     return false;
   }
-  const auto removed = found->second.extract(key); // Released when the registry is whole again.
+  const auto removed = found->second.remove(key); // Released when the registry is whole again.
   return !removed.empty();
 }
 
@@ -73,16 +106,16 @@ bool LoaderRegistryBase::domain_remove(const std::type_info& key, const WeakPtr<
   if (found == store().end()) {
     return false;
   }
-  const auto registered = found->second.find(key);
-  return registered != found->second.end() && registered->second == loader &&
+  const auto registered = found->second.loaders.find(key);
+  return registered != found->second.loaders.end() && registered->second == loader &&
          domain_remove(key, domain);
 }
 
 void LoaderRegistryBase::forget(const std::type_info& type) {
   std::vector<LoaderMap::node_type> released;
-  const auto domain = store().extract(type);
-  for (auto& [other, loaders] : store()) {
-    released.push_back(loaders.extract(type));
+  const auto forgotten = store().extract(type);
+  for (auto& [other, domain] : store()) {
+    released.push_back(domain.remove(type));
   }
 }
 
@@ -106,22 +139,22 @@ bool LoaderRegistryBase::domain_load(const StrongPtr<LoaderParameters>& paramete
     std::vector<Attempt> attempts;
   };
 
-  const std::vector<WeakPtr<LoaderBase>> loaders = snapshot(domain);
+  const Domain& from = entryFor(store(), domain);
+  const std::shared_ptr<Order> order = from.order;
+  const auto count = static_cast<int>(from.loaders.size());
   const StrongPtr<LoaderParameters> held = parameters;
   const auto progress = held->findInterface<LoaderProgress>();
   Account account{*held, {}};
   held->setStatusText("No loader available. ");
   int index = 0;
-  for (const WeakPtr<LoaderBase>& registered : loaders) {
-    const StrongPtr<LoaderBase> loader = registered.lock();
+  for (const Asked& asked : *order) {
+    const StrongPtr<LoaderBase> loader = asked.loader.lock();
     if (!loader) {
       continue;
     }
-    const LoaderBase& asked = *loader;
-    Attempt& attempt = account.attempts.emplace_back(
-        Attempt{Typename(typeid(asked)), Attempt::Outcome::Threw, {}});
-    if (progress &&
-        !progress->tryLoader(loader, domain, index++, static_cast<int>(loaders.size()))) {
+    Attempt& attempt =
+        account.attempts.emplace_back(Attempt{loader->className(), Attempt::Outcome::Threw, {}});
+    if (progress && !progress->tryLoader(loader, domain, index++, count)) {
       attempt.outcome = Attempt::Outcome::Vetoed;
       continue;
     }
@@ -168,7 +201,7 @@ std::vector<TypeInfo> LoaderRegistryBase::domains() {
 std::vector<StrongPtr<LoaderBase>> LoaderRegistryBase::loaders(const std::type_info& domain) {
   std::vector<StrongPtr<LoaderBase>> live;
   if (const auto found = store().find(domain); found != store().end()) {
-    for (const auto& [key, loader] : found->second) {
+    for (const auto& [key, loader] : found->second.loaders) {
       if (loader) {
         live.push_back(loader);
       }

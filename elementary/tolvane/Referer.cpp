@@ -39,7 +39,7 @@ void Referer::destroy(Referer* referer) noexcept {
   if (own.record.load(std::memory_order_relaxed) != nullptr ||
       !own.record.compare_exchange_strong(empty, referer, std::memory_order_release,
                                           std::memory_order_relaxed)) {
-    ::operator delete(referer, sizeof(Referer));
+    ::operator delete(referer);
   }
 }
 

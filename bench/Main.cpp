@@ -121,6 +121,7 @@ int main(int count, char** arguments) {
   if (benchmark::ReportUnrecognizedArguments(count, arguments)) {
     return 1;
   }
+  benchmark::AddCustomContext("compiler", "compiler " __VERSION__);
   for (const auto& [what, number, make] : bench::notes()) {
     const std::size_t before = bench::heapBytes();
     const std::shared_ptr<void> made = make();

@@ -27,6 +27,7 @@ def goals():
 
     for row in ("copy and drop", "copy and drop, one object"):
         yield from one(row, "intrusive_ptr", 1.15)
+        yield from one(row, "floor, with the serial", 1.3)
         yield from one(row, STANDARD)
     yield from one("copy and drop, 2 threads", "floor, with the serial", 1.1)
     yield from one("copy and drop, 2 threads", "floor, atomic steps", 0)
@@ -99,7 +100,10 @@ def run(program, options):
     for entry in data["benchmarks"]:
         name = re.sub(r"/(iterations:\d+/)?(real_time|manual_time)(/threads:\d+)?$", "",
                       entry["name"])
-        times[name] = entry["real_time"]
+        # What a thread was kept from its core by others is not its work; of two threads, and where
+        # the program measures by itself, only the clock tells.
+        alone = entry["threads"] == 1 and "manual_time" not in entry["name"]
+        times[name] = entry["cpu_time" if alone else "real_time"]
     return data["context"], times
 
 
@@ -153,7 +157,7 @@ def main():
     print(f"{time.strftime('%Y-%m-%d')}, {platform.system()} {platform.machine()}, "
           f"{context['num_cpus']} cores at {context['mhz_per_cpu']} MHz, load "
           f"{context['load_avg'][0]:.1f}, {context['compiler']}; "
-          f"medians of {arguments.runs} runs in ns\n")
+          f"medians of {arguments.runs} runs in ns, of the processor for one thread, of the clock for two\n")
     head = ("Work", "Tolvane", "beside", "ns", "ratio", "spread", "to reach", "")
     print("| " + " | ".join(head) + " |")
     print("|---|--:|---|--:|--:|---|---|---|")

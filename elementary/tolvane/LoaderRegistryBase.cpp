@@ -145,6 +145,7 @@ bool LoaderRegistryBase::domain_load(const StrongPtr<LoaderParameters>& paramete
   const StrongPtr<LoaderParameters> held = parameters;
   const auto progress = held->findInterface<LoaderProgress>();
   Account account{*held, {}};
+  account.attempts.reserve(order->size());
   held->setStatusText("No loader available. ");
   int index = 0;
   for (const Asked& asked : *order) {

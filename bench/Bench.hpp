@@ -19,11 +19,7 @@ namespace bench {
 using Body = std::function<void(benchmark::State&)>;
 
 /// Adds a benchmark on real time.
-inline benchmark::internal::Benchmark* add(const std::string& name, Body body, int threads = 1) {
-  return benchmark::RegisterBenchmark(name.c_str(), std::move(body))
-      ->Threads(threads)
-      ->UseRealTime();
-}
+benchmark::internal::Benchmark* add(const std::string& name, Body body, int threads = 1);
 
 /// Random numbers below `limit`, the same in every run and for every contestant; their count is a
 /// power of two.
@@ -59,7 +55,7 @@ T& kept(const std::string& key, Make make) {
   return *last;
 }
 
-/// What the size of something is, for the table of memory figures.
-void note(const std::string& what, double bytes);
+/// Says what `count` of something take on the heap, each; `make` returns what keeps them there.
+void note(const std::string& what, std::size_t count, std::function<std::shared_ptr<void>()> make);
 
 } // namespace bench

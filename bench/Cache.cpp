@@ -183,6 +183,16 @@ void addDomains() {
   addDomains<10>();
   addDomains<100>();
   addDomains<1000>();
+  bench::note("cached entry, with its record", 1000, [] {
+    auto made = std::make_shared<std::vector<StrongPtr<Item, Cacheable>>>();
+    made->reserve(1000);
+    while (made->size() < 1000) {
+      made->emplace_back(new Item(typeid(int)));
+    }
+    return made;
+  });
+  bench::note("data domain, with one entry and its creator", 1000,
+              [] { return std::make_shared<bench::CacheSetup<Tolvanes<1000>>>(2000, 1000, 1000); });
   bench::addCache<Ring<0>>("floor, no lock", false);
   bench::addCache<Ring<1>>("floor, one mutex");
   bench::addCache<Ring<3>>("floor, three mutexes");

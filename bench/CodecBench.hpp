@@ -45,18 +45,14 @@ template <class Write, class Read>
 void addTokens(const std::string& name, Write write, Read read) {
   for (const bool mixed : {false, true}) {
     const std::string kind = mixed ? "mixed/" : "plain/";
-    const std::vector<std::string> all = texts(mixed, 2);
-    std::int64_t bytes = 0;
-    for (const std::string& text : all) {
-      bytes += static_cast<std::int64_t>(text.size());
-    }
     add("tokens, write/" + kind + name, [=](benchmark::State& state) {
+      const std::vector<std::string> all = texts(mixed, 2);
       for (auto _ : state) {
         benchmark::DoNotOptimize(write(all));
       }
-      state.SetBytesProcessed(bytes * static_cast<std::int64_t>(state.iterations()));
     });
     add("tokens, read/" + kind + name, [=](benchmark::State& state) {
+      const std::vector<std::string> all = texts(mixed, 2);
       const std::string written = write(all);
       if (read(written) != all) {
         std::abort();
@@ -64,7 +60,6 @@ void addTokens(const std::string& name, Write write, Read read) {
       for (auto _ : state) {
         benchmark::DoNotOptimize(read(written));
       }
-      state.SetBytesProcessed(bytes * static_cast<std::int64_t>(state.iterations()));
     });
   }
 }

@@ -47,26 +47,30 @@ private:
   Tolvane::StrongPtr<Tolvane::Lexicon> root_ = new Tolvane::Lexicon;
 };
 
+/// A trie of 256 plain pointers a node; or, with records, of the means that ours has to use: slots
+/// of pointer and serial, and the way over a record beside the child.
+template <bool Records>
 class Naive {
 public:
   void insert(const std::string& word) {
     Node* node = &root_;
     for (const char c : word) {
-      std::unique_ptr<Node>& child = node->children[static_cast<unsigned char>(c)];
-      if (child == nullptr) {
-        child = std::make_unique<Node>();
+      Slot& slot = node->children[static_cast<unsigned char>(c)];
+      if (slot.empty()) {
+        slot.fill();
       }
-      node = child.get();
+      node = slot.get();
     }
     node->ends = true;
   }
   bool has(const std::string& word) const {
     const Node* node = &root_;
     for (const char c : word) {
-      node = node->children[static_cast<unsigned char>(c)].get();
-      if (node == nullptr) {
+      const Slot& slot = node->children[static_cast<unsigned char>(c)];
+      if (slot.empty()) {
         return false;
       }
+      node = slot.get();
     }
     return node->ends;
   }
@@ -76,16 +80,35 @@ public:
   }
 
 private:
+  struct Node;
+  struct Plain {
+    bool empty() const { return node == nullptr; }
+    void fill() { node = std::make_unique<Node>(); }
+    Node* get() const { return node.get(); }
+    std::unique_ptr<Node> node;
+  };
+  struct Record {
+    std::uint64_t counts = 1;
+    std::unique_ptr<Node> node = std::make_unique<Node>();
+  };
+  struct Recorded {
+    bool empty() const { return record == nullptr; }
+    void fill() { record = std::make_unique<Record>(); }
+    Node* get() const { return record->counts != 0 ? record->node.get() : nullptr; }
+    std::uint64_t serial = 0;
+    std::unique_ptr<Record> record;
+  };
+  using Slot = std::conditional_t<Records, Recorded, Plain>;
   struct Node {
     bool ends = false;
-    std::array<std::unique_ptr<Node>, 256> children;
+    std::array<Slot, 256> children;
   };
   static std::size_t walk(const Node& node, std::string& word) {
     std::size_t letters = node.ends ? word.size() : 0;
     for (std::size_t c = 0; c < 256; ++c) {
-      if (node.children[c] != nullptr) {
+      if (!node.children[c].empty()) {
         word += static_cast<char>(c);
-        letters += walk(*node.children[c], word);
+        letters += walk(*node.children[c].get(), word);
         word.pop_back();
       }
     }
@@ -112,7 +135,13 @@ private:
 
 [[maybe_unused]] const bool added = [] {
   bench::addLexicon<Ours>("tolvane");
-  bench::addLexicon<Naive>("256 pointers");
+  bench::addLexicon<Naive<false>>("256 pointers");
+  bench::addLexicon<Naive<true>>("floor, 256 slots and records");
+  bench::note("Lexicon node", 1000, [] {
+    auto made = std::make_shared<Ours>();
+    made->insert(std::string(999, 'x'));
+    return made;
+  });
   bench::addLexicon<Set>("std::set");
   return true;
 }();

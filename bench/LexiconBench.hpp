@@ -12,10 +12,6 @@
 
 namespace bench {
 
-/// The bytes that the process got from the system, for the size of what is too big for anything
-/// else.
-std::size_t residentBytes();
-
 /// Times whole rounds over the word list, each by itself.
 template <class Round>
 void addRounds(const std::string& name, int rounds, Round round) {

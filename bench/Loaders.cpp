@@ -3,6 +3,7 @@
 
 #include <tolvane/LoaderRegistry.hpp>
 
+#include <algorithm>
 #include <unordered_map>
 
 namespace {
@@ -56,6 +57,19 @@ struct Ours {
              ask([](const auto& asked) { return LoaderRegistry<Domain>::isloadable(asked); }));
   bench::add("loader among 100/tolvane, load",
              ask([](const auto& asked) { return LoaderRegistry<Domain>::load(asked); }));
+  bench::add("loader among 100/floor, asked in turn", [](benchmark::State& state) {
+    const Ours ours(bench::Loaders);
+    std::vector<WeakPtr<LoaderBase>> all;
+    for (const StrongPtr<LoaderBase>& loader : LoaderRegistryBase::loaders(typeid(Domain))) {
+      all.emplace_back(loader);
+    }
+    bench::overExtensions(state, [&](int number) {
+      const auto& asked = ours.asked[static_cast<std::size_t>(number)];
+      return std::any_of(all.begin(), all.end(), [&](const WeakPtr<LoaderBase>& loader) {
+        return loader.lock()->isloadable(asked);
+      });
+    });
+  });
   bench::add("loader among 100/std::unordered_map", [](benchmark::State& state) {
     std::unordered_map<std::string, int> loaders;
     std::vector<std::string> asked;

@@ -2,9 +2,10 @@
 #include "Bench.hpp"
 
 #include <algorithm>
-#include <cmath>
 #include <cstdio>
 #include <fstream>
+#include <malloc.h>
+#include <map>
 #include <mutex>
 #include <random>
 #include <thread>
@@ -68,15 +69,43 @@ std::vector<std::string> texts(bool mixed, std::size_t wordsEach) {
 
 namespace {
 
-std::vector<std::pair<std::string, double>>& notes() {
-  static auto& all = *new std::vector<std::pair<std::string, double>>;
+struct Note {
+  std::string what;
+  std::size_t count;
+  std::function<std::shared_ptr<void>()> make;
+};
+
+std::vector<Note>& notes() {
+  static auto& all = *new std::vector<Note>;
   return all;
+}
+
+std::map<std::string, benchmark::internal::Benchmark*>& byName() {
+  static auto& all = *new std::map<std::string, benchmark::internal::Benchmark*>;
+  return all;
+}
+
+std::size_t heapBytes() {
+  const struct mallinfo2 info = ::mallinfo2();
+  return info.uordblks + info.hblkhd;
+}
+
+/// Runs one benchmark so many times, for those who count its instructions.
+int countOne(const std::string& name, const std::string& times) {
+  byName().at(name)->Iterations(std::stoll(times));
+  return benchmark::RunSpecifiedBenchmarks("^" + name + "/iterations") == 1 ? 0 : 1;
 }
 
 } // namespace
 
-void note(const std::string& what, double bytes) {
-  notes().emplace_back(what, bytes);
+benchmark::internal::Benchmark* add(const std::string& name, Body body, int threads) {
+  return byName()[name] = benchmark::RegisterBenchmark(name.c_str(), std::move(body))
+                              ->Threads(threads)
+                              ->UseRealTime();
+}
+
+void note(const std::string& what, std::size_t count, std::function<std::shared_ptr<void>()> make) {
+  notes().push_back({what, count, std::move(make)});
 }
 
 } // namespace bench
@@ -84,12 +113,20 @@ void note(const std::string& what, double bytes) {
 int main(int count, char** arguments) {
   std::thread idle([] { std::this_thread::sleep_for(std::chrono::hours(24)); });
   idle.detach();
+  const std::string first = count > 1 ? arguments[1] : "";
+  if (count == 3 && first.starts_with("--count=")) {
+    return bench::countOne(first.substr(8), std::string(arguments[2]).substr(8));
+  }
   benchmark::Initialize(&count, arguments);
   if (benchmark::ReportUnrecognizedArguments(count, arguments)) {
     return 1;
   }
-  for (const auto& [what, bytes] : bench::notes()) {
-    benchmark::AddCustomContext("bytes per " + what, std::to_string(std::llround(bytes)));
+  benchmark::AddCustomContext("compiler", "compiler " __VERSION__);
+  for (const auto& [what, number, make] : bench::notes()) {
+    const std::size_t before = bench::heapBytes();
+    const std::shared_ptr<void> made = make();
+    benchmark::AddCustomContext("bytes per " + what,
+                                std::to_string((bench::heapBytes() - before) / number));
   }
   benchmark::RunSpecifiedBenchmarks();
   if (bench::dropKept) {

@@ -35,6 +35,10 @@ private:
   std::FILE* file_ = nullptr;
 };
 
+/// For messages that are not shown: they stand in the loop itself, as a user's would, whatever the
+/// compiler thinks of the size of what it passes over.
+#define BENCH_INLINE __attribute__((always_inline))
+
 template <class Message>
 void addHidden(const std::string& name, Message message) {
   add("message not shown/" + name, [=](benchmark::State& state) {

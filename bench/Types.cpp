@@ -84,6 +84,13 @@ void addName(const std::string& length, const std::type_info& type, const std::s
       return found != map->end() ? found->second : nullptr;
     };
   });
+  note("interface slot, empty", 64, [] {
+    auto made = std::make_shared<Intercube>();
+    for (const std::type_info* type : someTypes()) {
+      made->registerInterface(*type);
+    }
+    return made;
+  });
   addMap<std::unordered_map<std::type_index, int>>("std::unordered_map");
   addMap<std::unordered_map<Address, int, Address::Hash>>("floor, by address");
   return true;

@@ -28,20 +28,4 @@ typename Map::mapped_type& entryFor(Map& map, const std::type_info& type) {
   return found != map.end() ? found->second : map[lastingType(type)];
 }
 
-/// Takes the entry for `inner` out of the map for `outer`; the result is empty when there is none.
-/// The map for a local `outer` goes with its last entry: its key must not outlive the module.
-template <class Map>
-typename Map::mapped_type::node_type extractEntry(Map& map, const std::type_info& outer,
-                                                  const std::type_info& inner) {
-  const auto found = map.find(outer);
-  if (found == map.end()) {
-    return {};
-  }
-  auto removed = found->second.extract(inner);
-  if (found->second.empty() && isLocalType(outer)) {
-    map.erase(found);
-  }
-  return removed;
-}
-
 } // namespace Tolvane::detail

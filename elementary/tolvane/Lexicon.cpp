@@ -19,7 +19,7 @@ Lexicon::~Lexicon() {
 }
 
 Lexicon& Lexicon::operator[](char c) {
-  StrongPtr<Lexicon>& child = (*this)(c);
+  StrongPtr<Lexicon>& child = children_[static_cast<unsigned char>(c)];
   if (!child) {
     child = new Lexicon;
   }
@@ -42,22 +42,23 @@ bool Lexicon::iterate(std::string& word, unsigned depth, Iterator& iterator) con
   path.push_back({StrongPtr<Lexicon>::holdIfHeld(self()), this});
   while (!path.empty()) {
     Step& step = path.back();
-    if (step.next == End) {
+    auto& children = step.node->children_;
+    unsigned c = step.next;
+    while (c < End && !children[c]) {
+      ++c;
+    }
+    if (c == End) {
       path.pop_back();
       continue;
     }
-    const char c = static_cast<char>(step.next++);
-    StrongPtr<Lexicon>& child = (*step.node)(c);
-    if (!child) {
-      continue;
-    }
+    step.next = c + 1;
     word.resize(depth + path.size());
-    word.back() = c;
-    if (!iterator.visitWord(word, child)) {
+    word.back() = static_cast<char>(c);
+    if (!iterator.visitWord(word, children[c])) {
       return false;
     }
-    if (child) {
-      path.push_back({child, child.get()});
+    if (children[c]) {
+      path.push_back({children[c], children[c].get()});
     }
   }
   return true;

@@ -1,7 +1,10 @@
 #include <tolvane/LoaderBase.hpp>
+#include <tolvane/Typename.hpp>
 
 #include <algorithm>
 #include <cctype>
+#include <cstddef>
+#include <typeinfo>
 #include <utility>
 
 namespace Tolvane {
@@ -18,15 +21,22 @@ void LoaderBase::setExtensions(std::list<std::string> extensions) {
 
 bool LoaderBase::checkIfAllExtensionsAreSupported(const std::list<std::string>& filenames,
                                                   const std::list<std::string>& extensions) {
-  return std::ranges::all_of(filenames, [&](std::string name) {
-    // tolower() takes the values of unsigned characters only.
-    std::ranges::transform(name, name.begin(), [](char c) {
-      return static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    });
+  // tolower() takes the values of unsigned characters only.
+  const auto matches = [](char c, char lower) {
+    return static_cast<char>(std::tolower(static_cast<unsigned char>(c))) == lower;
+  };
+  return std::ranges::all_of(filenames, [&](const std::string& name) {
     return name.size() >= 3 && std::ranges::any_of(extensions, [&](const std::string& extension) {
-             return name.ends_with(extension);
+             return extension.size() <= name.size() &&
+                    std::equal(name.end() - static_cast<std::ptrdiff_t>(extension.size()),
+                               name.end(), extension.begin(), matches);
            });
   });
+}
+
+const std::string& LoaderBase::className() const {
+  std::call_once(nameOnce_, [this] { name_ = Typename(typeid(*this)); });
+  return name_;
 }
 
 } // namespace Tolvane

@@ -6,6 +6,7 @@
 #include <tolvane/LoaderRequest.hpp>
 
 #include <list>
+#include <mutex>
 #include <string>
 
 /// @file
@@ -88,8 +89,15 @@ protected:
   void setExtensions(std::list<std::string> extensions);
 
 private:
+  friend class LoaderRegistryBase;
+
+  const std::string& className() const;
+
   Attributes attributes_;
   std::list<std::string> extensions_;
+  // The readable name of the class, for the accounts of loads; found out when it is first asked.
+  mutable std::once_flag nameOnce_;
+  mutable std::string name_;
 };
 
 } // namespace Tolvane

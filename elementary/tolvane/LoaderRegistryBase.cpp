@@ -2,8 +2,8 @@
 
 #include <tolvane/LoaderProgress.hpp>
 #include <tolvane/LoaderRegistryBase.hpp>
-#include <tolvane/Typename.hpp>
 
+#include <memory>
 #include <new>
 #include <unordered_map>
 #include <utility>
@@ -12,7 +12,41 @@ namespace Tolvane {
 namespace {
 
 using LoaderMap = std::unordered_map<TypeInfo, StrongPtr<LoaderBase>>;
-using DomainMap = std::unordered_map<TypeInfo, LoaderMap>;
+
+/// Loaders in the order in which they are asked. They are not held: one that is removed meanwhile,
+/// perhaps with its module, is not asked.
+using Order = std::vector<WeakPtr<LoaderBase>>;
+
+struct Domain {
+  LoaderMap loaders;
+  // The same loaders, replaced with every registration, so that a load that is under way keeps its
+  // own and none has to copy them.
+  std::shared_ptr<Order> order = std::make_shared<Order>();
+
+  void reorder() {
+    auto next = std::make_shared<Order>();
+    for (const auto& [key, loader] : loaders) {
+      next->emplace_back(loader);
+    }
+    order = std::move(next);
+  }
+
+  /// Takes a loader out, also of what loads are under way; to be released by the caller.
+  LoaderMap::node_type remove(const std::type_info& key) {
+    const auto found = loaders.find(key);
+    if (found == loaders.end()) {
+      return {};
+    }
+    for (WeakPtr<LoaderBase>& asked : *order) {
+      if (asked == found->second) {
+        asked.reset();
+      }
+    }
+    return loaders.extract(found);
+  }
+};
+
+using DomainMap = std::unordered_map<TypeInfo, Domain>;
 
 /// Never destroyed: modules take their loaders out until the very end.
 DomainMap& store() {
@@ -20,21 +54,11 @@ DomainMap& store() {
   return domains;
 }
 
-/// The loaders of a domain as they stand, so that what they do cannot disturb the walk over them.
-/// They are not held: one that is removed meanwhile, perhaps with its module, is gone and not
-/// asked, unless somebody else holds it.
-std::vector<WeakPtr<LoaderBase>> snapshot(const std::type_info& domain) {
-  std::vector<WeakPtr<LoaderBase>> loaders;
-  for (const auto& [key, loader] : detail::entryFor(store(), domain)) {
-    loaders.emplace_back(loader);
-  }
-  return loaders;
-}
-
 /// Calls `ask` with each live loader until it answers true. Returns whether one did.
 template <class Ask>
 bool askEach(const std::type_info& domain, Ask ask) {
-  for (const WeakPtr<LoaderBase>& registered : snapshot(domain)) {
+  const std::shared_ptr<Order> order = detail::entryFor(store(), domain).order;
+  for (const WeakPtr<LoaderBase>& registered : *order) {
     if (const StrongPtr<LoaderBase> loader = registered.lock()) {
       if (ask(*loader)) {
         return true;
@@ -50,12 +74,26 @@ void LoaderRegistryBase::domain_append(const std::type_info& key,
                                        const StrongPtr<LoaderBase>& loader,
                                        const std::type_info& domain) {
   StrongPtr<LoaderBase> former = loader; // Released when the registry is whole again.
-  detail::entryFor(detail::entryFor(store(), domain), key).swap(former);
+  Domain& to = detail::entryFor(store(), domain);
+  StrongPtr<LoaderBase>& slot = detail::entryFor(to.loaders, key);
+  slot.swap(former);
+  try {
+    to.reorder();
+  } catch (...) {
+    slot.swap(former);
+    throw;
+  }
 }
 
 bool LoaderRegistryBase::domain_remove(const std::type_info& key, const std::type_info& domain) {
-  // Released when the registry is whole again.
-  const auto removed = detail::extractEntry(store(), domain, key);
+  const auto found = store().find(domain);
+  if (found == store().end()) {
+    return false;
+  }
+  const auto removed = found->second.remove(key); // Released when the registry is whole again.
+  if (found->second.loaders.empty() && detail::isLocalType(domain)) {
+    store().erase(found); // The key must not outlive the module.
+  }
   return !removed.empty();
 }
 
@@ -65,16 +103,16 @@ bool LoaderRegistryBase::domain_remove(const std::type_info& key, const WeakPtr<
   if (found == store().end()) {
     return false;
   }
-  const auto registered = found->second.find(key);
-  return registered != found->second.end() && registered->second == loader &&
+  const auto registered = found->second.loaders.find(key);
+  return registered != found->second.loaders.end() && registered->second == loader &&
          domain_remove(key, domain);
 }
 
 void LoaderRegistryBase::forget(const std::type_info& type) {
   std::vector<LoaderMap::node_type> released;
-  const auto domain = store().extract(type);
-  for (auto& [other, loaders] : store()) {
-    released.push_back(loaders.extract(type));
+  const auto forgotten = store().extract(type);
+  for (auto& [other, domain] : store()) {
+    released.push_back(domain.remove(type));
   }
 }
 
@@ -112,23 +150,24 @@ bool LoaderRegistryBase::domain_load(const StrongPtr<LoaderParameters>& paramete
     std::vector<Attempt> attempts;
   };
 
-  const std::vector<WeakPtr<LoaderBase>> loaders = snapshot(domain);
+  const Domain& from = detail::entryFor(store(), domain);
+  const std::shared_ptr<Order> order = from.order;
+  const auto count = static_cast<int>(from.loaders.size());
   const StrongPtr<LoaderParameters> held = parameters;
   const auto progress = held->findInterface<LoaderProgress>();
   Account account{*held, {}};
+  account.attempts.reserve(order->size());
   held->setStatusText("No loader available. ");
   int index = 0;
-  for (const WeakPtr<LoaderBase>& registered : loaders) {
+  for (const WeakPtr<LoaderBase>& registered : *order) {
     const StrongPtr<LoaderBase> loader = registered.lock();
     if (!loader) {
       continue;
     }
-    const LoaderBase& asked = *loader;
-    Attempt& attempt = account.attempts.emplace_back(
-        Attempt{Typename(typeid(asked)), Attempt::Outcome::Threw, {}});
+    Attempt& attempt =
+        account.attempts.emplace_back(Attempt{loader->className(), Attempt::Outcome::Threw, {}});
     held->statusSet_ = false;
-    if (progress &&
-        !progress->tryLoader(loader, domain, index++, static_cast<int>(loaders.size()))) {
+    if (progress && !progress->tryLoader(loader, domain, index++, count)) {
       attempt.outcome = Attempt::Outcome::Vetoed;
       continue;
     }
@@ -175,7 +214,7 @@ std::vector<TypeInfo> LoaderRegistryBase::domains() {
 std::vector<StrongPtr<LoaderBase>> LoaderRegistryBase::loaders(const std::type_info& domain) {
   std::vector<StrongPtr<LoaderBase>> live;
   if (const auto found = store().find(domain); found != store().end()) {
-    for (const auto& [key, loader] : found->second) {
+    for (const auto& [key, loader] : found->second.loaders) {
       if (loader) {
         live.push_back(loader);
       }

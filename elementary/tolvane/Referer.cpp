@@ -1,13 +1,46 @@
 #include <tolvane/Referer.hpp>
 
+#include <array>
+#include <cstddef>
+#include <new>
+
 namespace Tolvane::detail {
+namespace {
+
+/// Room for one record that went, to be the next one of this thread or of another. Every object
+/// needs a record, and the way to the heap and back is a good part of the cost of making one.
+struct alignas(64) Shelf {
+  std::atomic<void*> record{nullptr};
+};
+
+/// The shelf of a thread, by where its stack is: shared with others now and then, and after a deep
+/// call another one.
+Shelf& shelf() noexcept {
+  static constinit std::array<Shelf, 64> shelves;
+  const auto stack = reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0));
+  return shelves[(stack >> 20) % shelves.size()];
+}
+
+} // namespace
 
 Referer* Referer::create(void* object) {
-  return new Referer(object);
+  Shelf& own = shelf();
+  void* memory = nullptr;
+  if (own.record.load(std::memory_order_relaxed) != nullptr) {
+    memory = own.record.exchange(nullptr, std::memory_order_acquire);
+  }
+  return new (memory != nullptr ? memory : ::operator new(sizeof(Referer))) Referer(object);
 }
 
 void Referer::destroy(Referer* referer) noexcept {
-  delete referer;
+  Shelf& own = shelf();
+  referer->~Referer();
+  void* empty = nullptr;
+  if (own.record.load(std::memory_order_relaxed) != nullptr ||
+      !own.record.compare_exchange_strong(empty, referer, std::memory_order_release,
+                                          std::memory_order_relaxed)) {
+    ::operator delete(referer);
+  }
 }
 
 void Referer::markDestructor() noexcept {
@@ -15,9 +48,11 @@ void Referer::markDestructor() noexcept {
   while (strongOf(word) >= 0 && !word_.compare_exchange_weak(word, withStrong(word, Destroying))) {
   }
   word = word_.load();
-  while (!word_.compare_exchange_weak(word, withStrong(word, Destroyed))) {
+  while (strongOf(word) != Destroyed &&
+         !word_.compare_exchange_weak(word, withStrong(word, Destroyed))) {
   }
-  object_.fetch_or(Gone);
+  // Only the destruction itself changes the address by now, and whoever helps to mark it.
+  object_.store(object_.load(std::memory_order_relaxed) | Gone, std::memory_order_release);
 }
 
 Referer::Raise Referer::addWeakCarefully() noexcept {

@@ -128,12 +128,21 @@ public:
   /// an exception in a constructor, or its last pointer marked it as dead already.
   TOLVANE_API void markDestructor() noexcept;
 
-  /// Takes the object's address out of the record.
-  void* takeObject() noexcept { return address(object_.exchange(0)); }
+  /// Takes the object's address out of the record. For the one thread that dropped the last strong
+  /// pointer: nobody else changes the address then.
+  void* takeObject() noexcept {
+    void* const object = address(object_.load(std::memory_order_relaxed));
+    object_.store(0, std::memory_order_release);
+    return object;
+  }
 
   /// One holder less. Frees the record when it was the last; returns false when there was none
   /// to begin with, which is a fault of whoever counted.
   bool dropWeak() noexcept {
+    if (weakOf(word_.load(std::memory_order_acquire)) == 1) {
+      destroy(this); // Whoever could raise the count would have to hold the record as well.
+      return true;
+    }
     const std::int32_t before = weakOf(word_.fetch_sub(OneWeak));
     if (before == 1) {
       destroy(this);

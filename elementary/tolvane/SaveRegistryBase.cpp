@@ -78,8 +78,14 @@ Creator SaveRegistryBase::findInterfaceCreator(const std::type_info& type,
 
 bool SaveRegistryBase::removeCreator(const std::type_info& type,
                                      const std::type_info& interfaceType) {
-  // Released outside the registry.
-  const auto removed = detail::extractEntry(BaseSaveList(), type, interfaceType);
+  const auto methods = BaseSaveList().find(type);
+  if (methods == BaseSaveList().end()) {
+    return false;
+  }
+  const auto removed = methods->second.extract(interfaceType); // Released outside the registry.
+  if (methods->second.empty() && detail::isLocalType(type)) {
+    BaseSaveList().erase(methods); // The key must not outlive the module.
+  }
   return !removed.empty();
 }
 

@@ -9,7 +9,6 @@
 #include <cxxabi.h>
 #include <memory>
 #include <mutex>
-#include <optional>
 #include <unordered_map>
 
 namespace Tolvane {
@@ -37,17 +36,6 @@ struct IdTable {
 IdTable& idTable() {
   static IdTable& table = *new IdTable;
   return table;
-}
-
-std::optional<std::string> registeredName(const std::type_info& type) {
-  NameTable& table = nameTable();
-  const auto lock = detail::lockUnlessEnding(table.mutex);
-  if (!lock.owns_lock())
-    return std::nullopt;
-  const auto found = table.names.find(type);
-  if (found == table.names.end())
-    return std::nullopt;
-  return found->second;
 }
 
 std::atomic<bool> defaultNamesInstalled{false};
@@ -82,8 +70,12 @@ void installDefaultNames() {
 } // namespace
 
 std::string Typename(const std::type_info& type) {
-  if (auto name = registeredName(type))
-    return *std::move(name);
+  NameTable& table = nameTable();
+  if (const auto lock = detail::lockUnlessEnding(table.mutex); lock.owns_lock()) {
+    const auto found = table.names.find(type);
+    if (found != table.names.end())
+      return found->second;
+  }
   return demangleSymbol(detail::rawName(type));
 }
 

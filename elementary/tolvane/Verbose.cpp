@@ -129,10 +129,17 @@ bool passesDomain(const VerboseFiles& files, std::string_view domain, int level,
 }
 
 std::string locationText(const char* file, int line, const char* function) {
-  std::string location = file ? file : "";
-  location += ":" + std::to_string(line) + ": In function ";
-  location += function ? function : "";
-  return location + ": ";
+  // Every message makes this text, so it is put together in one block of memory.
+  const std::string_view name = file ? file : "";
+  const std::string_view from = function ? function : "";
+  std::string location;
+  location.reserve(name.size() + from.size() + 40);
+  location += name;
+  location += ':';
+  location += detail::NumberText(static_cast<long long>(line)).view();
+  location += ": In function ";
+  location += from;
+  return location += ": ";
 }
 
 void writeToStandardError(std::string_view text) {
@@ -243,6 +250,7 @@ void VerboseStream::finish() const {
 
 void VerboseStream::print() const {
   std::string line;
+  line.reserve(text_.size() + 40);
   if (VerboseFiles::instance().verbosity < 0)
     line += "\033[0m" + location_;
   if (!domain_.empty()) {

@@ -299,8 +299,11 @@ public:
 
   /// Whether it is sure that the message is not shown, and that its site was noted.
   bool isQuiet() const {
-    return level_ > verboseThreshold.load(std::memory_order_relaxed) && !breakpoint_ &&
-           site_.state.load(std::memory_order_relaxed) != VerboseSite::Fresh;
+    // Expected, so that what makes the message up stays out of the way of the code around it.
+    return __builtin_expect(level_ > verboseThreshold.load(std::memory_order_relaxed) &&
+                                !breakpoint_ &&
+                                site_.state.load(std::memory_order_relaxed) != VerboseSite::Fresh,
+                            true);
   }
 
 private:

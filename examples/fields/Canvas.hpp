@@ -24,7 +24,7 @@ class Canvas {
 public:
   Canvas(int width, int height) : pixels_(width, height, White) {}
 
-  static constexpr int LetterWidth = 6, LetterHeight = 7;
+  static constexpr int LetterWidth = 6, LetterHeight = 8;
   static int textWidth(const std::string& text, int scale = 1) {
     return static_cast<int>(text.size()) * LetterWidth * scale;
   }

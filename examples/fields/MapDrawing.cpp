@@ -116,9 +116,14 @@ private:
   const Projection x_, y_;
 };
 
+/// The coordinates from edge to edge.
 Range coordinates(const Axis& axis) {
-  const auto [low, high] = std::minmax(axis.values.front(), axis.values.back());
-  return {low, high};
+  const auto& values = axis.values;
+  const std::size_t last = values.size() - 1;
+  const double before = last > 0 ? (values[1] - values[0]) / 2 : 0;
+  const double behind = last > 0 ? (values[last] - values[last - 1]) / 2 : 0;
+  const double begin = values[0] - before, end = values[last] + behind;
+  return {std::min(begin, end), std::max(begin, end)};
 }
 
 void drawAxes(Canvas& canvas, const Plane& plane, const View& view, const Rectangle& plot) {

@@ -2,6 +2,9 @@
 
 #include "Refusal.hpp"
 
+#include <tolvane/Environment.hpp>
+#include <tolvane/SystemMemory.hpp>
+
 #include <array>
 #include <charconv>
 #include <cstdio>
@@ -91,7 +94,7 @@ how it is played:
   --order LIST        forwards, backwards, random, or a list that the rounds go through
   --times N           how many rounds                                     (2)
   --seed N            of the random order                                 (1)
-  --budget SIZE       what the cache may hold                             (TOLVANE_CACHESIZE)
+  --budget SIZE       what the cache may hold                             (TOLVANE_CACHESIZE, or half of what is free)
   --budgets LIST      compare: the sizes to play under
   --listing           what is in the cache, at the end
 
@@ -195,6 +198,13 @@ Selection Options::selection() const {
   }
   selection.size = static_cast<int>(size);
   return selection;
+}
+
+CachePtr makeCache(const std::optional<Tolvane::memsize_t>& budget, const std::string& name) {
+  if (!budget && !Tolvane::getEnvString("TOLVANE_CACHESIZE", nullptr).empty()) {
+    return Tolvane::Cache::MemCache().lock();
+  }
+  return new Tolvane::Cache(budget.value_or(Tolvane::getAvailableMemory() / 2), name);
 }
 
 Tolvane::memsize_t parseBytes(const std::string& text) {

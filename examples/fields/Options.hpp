@@ -44,6 +44,10 @@ private:
   std::map<std::string, std::string> values_;
 };
 
+/// The cache for that budget. Without one it is the default cache where TOLVANE_CACHESIZE says how
+/// large that is, and else one for half of the memory that is free.
+CachePtr makeCache(const std::optional<Tolvane::memsize_t>& budget, const std::string& name);
+
 /// A number of bytes as a text says it: "4M". Throws Refusal.
 Tolvane::memsize_t parseBytes(const std::string& text);
 /// A number of bytes as people read it: "4.00 MB".

@@ -21,7 +21,11 @@ Painter::Pointer Painter::make() {
   if (sources_.region) {
     region = workshop().obtain(*sources_.region);
   }
-  const MapExtras extras{right.get(), up.get(), region.get(), provenancePath()};
+  std::string origin;
+  for (const Origin& record : sources_.values->provenance()) {
+    origin += (origin.empty() ? "" : " + ") + record->getPath('/');
+  }
+  const MapExtras extras{right.get(), up.get(), region.get(), origin};
   return new Picture(drawMap(*values, *findInterface<ColourMap>(), layout_, extras), layout_.plot,
                      values->attributes());
 }

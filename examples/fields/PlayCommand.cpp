@@ -78,9 +78,7 @@ void playCommand(const Options& options, const ProgressBarPtr& progress) {
   const std::string prefix = prefixOf(options), extension = pictureExtension();
   const DatasetFile file(options.file(), progress);
   Player player = playerOf(options, file, progress);
-  const auto budget = options.bytes("--budget");
-  const CachePtr cache =
-      budget ? CachePtr(new Tolvane::Cache(*budget, "play")) : Tolvane::Cache::MemCache().lock();
+  const CachePtr cache = makeCache(options.bytes("--budget"), "play");
   const PlayResult result = player.play(cache, options.has("--listing"));
 
   savePicture(prefix + "-sheet" + extension, result.sheet, "contact sheet of " + options.file());

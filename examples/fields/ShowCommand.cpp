@@ -18,9 +18,7 @@ void showCommand(const Options& options, const ProgressBarPtr& progress) {
     throw Refusal(out + ": is the file itself; choose another place with --out");
   }
   const DatasetFile file(options.file(), progress);
-  const auto budget = options.bytes("--budget");
-  const CachePtr cache =
-      budget ? CachePtr(new Tolvane::Cache(*budget, "show")) : Tolvane::Cache::MemCache().lock();
+  const CachePtr cache = makeCache(options.bytes("--budget"), "show");
   Workshop workshop(cache);
   // The only frame of those that follow in time.
   selection.along.reset();

@@ -32,7 +32,8 @@ AxisPtr Cut::through(const Variable& variable) const {
 
 SliceCutter::SliceCutter(Workshop& workshop, FieldReaderPtr source, const Variable& variable,
                          const Cut& cut, std::size_t firstLevel)
-    : Maker(workshop, "slice " + placeOf(variable, cut), source->origin()),
+    : Maker(workshop, placeOf(variable, cut).empty() ? "slice" : "slice " + placeOf(variable, cut),
+            source->origin()),
       source_(std::move(source)), variable_(variable), cut_(cut), firstLevel_(firstLevel) {}
 
 SliceCutter::Pointer SliceCutter::make() {

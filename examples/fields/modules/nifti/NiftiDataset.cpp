@@ -123,7 +123,8 @@ std::vector<Value> NiftiDataset::readVoxels(const Piece& piece, const ProgressPt
     file.expectEnd();
   }
   if (progress) {
-    progress->progress("inflating the volume", 1, 1);
+    const int all = static_cast<int>(extent[2]);
+    progress->progress("inflating the volume", all, all);
   }
   return values;
 }

@@ -53,7 +53,7 @@ Reel::Reel(DatasetPtr dataset, const Selection& selection, Workshop& workshop,
   if (cut.across != Across::Z && !first.z) {
     throw Refusal(first.name + " has no levels to cut through; leave --cut and --along x or y out");
   }
-  requireWithin(timeOf(0), first.times(), "time");
+  requireWithin(selection_.time, first.times(), "time");
   const AxisPtr through = cut.through(first);
   requireWithin(cut.index, through ? through->size() : 1, "slice");
   if (!selection_.region.empty()) {

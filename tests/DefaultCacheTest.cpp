@@ -241,7 +241,8 @@ TEST(CacheTrace, LevelsOfTheLinesOnStandardOutput) {
     };
     return R"(\*\* Cache<probe> with )" + entries + " entries using " + bytes + " bytes, " + bytes +
            R"( of them freeable \(max allowed 2097152\) \*\*\n)" + domain("Maker") +
-           domain("Data") + R"(  CacheMap for \[brick::Data[^\n]*\n)";
+           domain("Data") + R"(  CacheMap for \[brick::Data[^\n]*\n    )" + entries +
+           " inserted, 0 touched, 0 asked[^\n]* 0 refused\n";
   };
   const auto plain = [](const std::string& text) {
     std::string pattern;
@@ -250,10 +251,11 @@ TEST(CacheTrace, LevelsOfTheLinesOnStandardOutput) {
           (std::string("()[]*.").find(c) != std::string::npos ? "\\" : "") + std::string(1, c);
     return pattern;
   };
-  const std::string line = R"(    \{[ab]\} brick::Data [^\n]*\n)";
-  EXPECT_TRUE(matches(all, listing("1", "1", "1048576") + line + "inserted\n" +
+  const std::string line = R"(    \{[ab]\} brick::Data [^\n]*\n)",
+                    sum = R"(   \d+ bytes freeable at most; [^\n]*\n)";
+  EXPECT_TRUE(matches(all, listing("1", "1", "1048576") + line + sum + "inserted\n" +
                                plain(cache + creators + map + queue) +
-                               listing("2", "2", "2097152") + line + line + "inserted\n"))
+                               listing("2", "2", "2097152") + line + line + sum + "inserted\n"))
       << all;
 }
 

@@ -174,10 +174,24 @@ TEST(StreamString, Escapes) {
     EXPECT_EQ(StreamString::encodeEscaped(c.plain), c.escaped);
     EXPECT_EQ(StreamString::decodeEscaped(c.escaped), c.back);
   }
-  // Found from the left, without overlap, going on after what was put in.
-  EXPECT_EQ(StreamString::decodeEscaped("\x10\x10\x10\x10\x10\x11"), "  ,");
-  EXPECT_EQ(StreamString::decodeEscaped("\x10\x10\x10\x11"), " ,");
-  EXPECT_EQ(StreamString::decodeEscaped("\x10\x10\x11\x10\x12"), " \x11.");
+}
+
+// What a string of those bytes becomes must be what the substitutions make of it one after the
+// other, each over the whole of what the one before it left.
+TEST(StreamString, DecodesAsSubstitutionsInOrder) {
+  const std::pair<std::string, std::string> substitutions[] = {
+      {"\x10_", "-"}, {"\x10\x10", " "}, {"\x10\x11", ","}, {"\x10\x12", "."}};
+  const std::string bytes = "\x10_\x11\x12-";
+  for (unsigned number = 0; number < 5u * 5 * 5 * 5 * 5 * 5 * 5; ++number) {
+    std::string s;
+    for (unsigned rest = number; rest != 0; rest /= 5)
+      s += bytes[rest % 5];
+    std::string expected = s;
+    for (const auto& [from, to] : substitutions)
+      for (auto at = expected.find(from); at != s.npos; at = expected.find(from, at + 1))
+        expected.replace(at, 2, to);
+    ASSERT_EQ(StreamString::decodeEscaped(s), expected) << testing::PrintToString(s);
+  }
 }
 
 TEST(StreamString, EscapesComeBack) {

@@ -6,8 +6,8 @@
 #include <tolvane/Typename.hpp>
 #include <tolvane/Verbose.hpp>
 
+#include <algorithm>
 #include <cstdio>
-#include <limits>
 
 namespace Tolvane {
 
@@ -28,20 +28,24 @@ struct Admission {
   const std::type_info* domain = nullptr;
   const std::type_info* creatorDomain = nullptr;
   memsize_t cost = 0;
-};
+  detail::Held<Creature> creator{}; ///< Held, lest the object comes into a queue without it.
 
-bool admissible(const WeakPtr<Cacheable>& object, Admission& admission) {
-  const auto held = StrongPtr<Cacheable>::holdIfHeld(object);
-  if (!held) {
-    return false;
+  /// Whether the object and its creator are alive and held.
+  bool read(const WeakPtr<Cacheable>& object) {
+    const detail::Held<Cacheable> held(object);
+    if (!held.owned()) {
+      return false;
+    }
+    creator = detail::Held<Creature>(held->creator());
+    if (!creator.owned()) {
+      return false;
+    }
+    domain = &held->DomainType();
+    creatorDomain = &held->CreatorType();
+    cost = held->memsize();
+    return true;
   }
-  const auto creator = StrongPtr<Creature>::holdIfHeld(held->creator());
-  if (!creator) {
-    return false;
-  }
-  admission = {&held->DomainType(), &typeid(*creator), held->memsize()};
-  return true;
-}
+};
 
 } // namespace
 
@@ -79,17 +83,18 @@ bool Cache::handleOutOfMemory(const StrongPtr<Cacheable>& object,
 bool Cache::insert(const WeakPtr<Cacheable>& object, bool asOldest) {
   const auto alive = StrongPtr<CacheBase>::holdIfHeld(self());
   Admission admission;
-  if (!admissible(object, admission)) {
+  if (!admission.read(object)) {
     return false;
   }
   if (verbosity() > 0) {
-    const memsize_t freeable = totalCost(false);
+    const memsize_t total = totalCost(true);
+    const memsize_t freeable = std::min(total, totalCost(false));
     VerboseStream report(false, false, 0, __FILE__, __LINE__, TOLVANE_FUNCTION, "", "Mem");
     report << "Info: Cache<" << name() << ">::insert(): Have " << std::to_string(nEntries())
-           << " entries using " << mem(totalCost(true)) << " (" << mem(freeable) << " freeable, "
-           << mem(totalCost(true) - freeable) << " unfreeable) of " << mem(limit())
-           << " allowed, adding " << mem(admission.cost) << " " << *admission.domain
-           << " ---> Creator Type " << *admission.creatorDomain;
+           << " entries using " << mem(total) << " (" << mem(freeable) << " freeable, "
+           << mem(total - freeable) << " unfreeable) of " << mem(limit()) << " allowed, adding "
+           << mem(admission.cost) << " " << *admission.domain << " ---> Creator Type "
+           << *admission.creatorDomain;
     if (verbosity() > 1) {
       report << " [process uses " << mem(getMemUsage()) << ", available "
              << mem(getAvailableMemory()) << " of " << mem(getMemorySize()) << "]";
@@ -97,10 +102,11 @@ bool Cache::insert(const WeakPtr<Cacheable>& object, bool asOldest) {
   }
   purge_Hades();
   // The zombies may have held the object, or have been a part of it.
-  if (!admissible(object, admission)) {
+  if (!admission.read(object)) {
     return false;
   }
   const auto refuse = [&] {
+    objects_.countRefusal(*admission.creatorDomain, *admission.domain);
     TOLVANE_VERBOSE_DOMAIN(1, "Mem") << "Cache<" << name() << ">::insert(): no room for "
                                      << mem(admission.cost) << " of " << *admission.domain;
     return false;
@@ -124,6 +130,9 @@ void Cache::purge_Hades() {
 }
 
 bool Cache::touch(const WeakPtr<Cacheable>& object) {
+  if (objects_.touchAtOnce(object)) {
+    return true;
+  }
   const auto alive = StrongPtr<CacheBase>::holdIfHeld(self());
   return objects_.touch(object);
 }
@@ -148,6 +157,12 @@ bool Cache::adjust(const std::type_info& creatorType, const std::type_info& doma
   return objects_.adjust(creatorType, domainType, *this, newCost);
 }
 
+CacheStatistics Cache::statistics() const {
+  CacheStatistics result = objects_.statistics();
+  result.limit = limit();
+  return result;
+}
+
 std::uint32_t Cache::nEntries() const {
   return objects_.nEntries();
 }
@@ -158,6 +173,8 @@ void Cache::list(List list) const {
               "%llu) **\n",
               name().c_str(), nEntries(), totalCost(true), totalCost(false), limit());
   list();
+  const CacheStatistics now = statistics();
+  std::printf("   %llu bytes freeable at most; %s\n", now.peak, now.total.str().c_str());
   std::fflush(stdout);
 }
 

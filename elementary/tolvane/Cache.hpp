@@ -34,8 +34,9 @@ class Creature;
 /// released, because its creator said so, does not count against the limit.
 ///
 /// Thread safety: any thread may call any operation. A cache that is held by a strong pointer may
-/// be let go of while another thread, or the release of a creator, is in it; one on the stack is
-/// destroyed by its owner after everybody is done.
+/// be let go of while another thread, or the release of a creator, is in insert(), touch(),
+/// adjust(), purge() or forget(); one on the stack is destroyed by its owner after everybody is
+/// done.
 class TOLVANE_API Cache : public CacheBase {
 public:
   /// What a creator gets whose object found no room.
@@ -110,6 +111,9 @@ public:
   /// they fit now. Throws as insert() does.
   bool adjust(const std::type_info& creatorType, const std::type_info& domainType,
               memsize_t newCost);
+
+  /// What the cache holds and what happened in it so far, by domains.
+  CacheStatistics statistics() const;
 
   /// The number of objects in the cache.
   std::uint32_t nEntries() const;

@@ -11,6 +11,28 @@
 
 namespace Tolvane {
 
+namespace {
+
+/// Closes the domains also when a purge throws.
+memsize_t purgeAndClose(const std::vector<CacheMultiQueue*>& domains) {
+  struct Closing {
+    ~Closing() {
+      for (CacheMultiQueue* queues : domains) {
+        queues->close();
+      }
+    }
+    const std::vector<CacheMultiQueue*>& domains;
+  };
+  const Closing closing{domains};
+  memsize_t freed = 0;
+  for (CacheMultiQueue* queues : domains) {
+    freed += queues->purge();
+  }
+  return freed;
+}
+
+} // namespace
+
 struct CacheMap::Domains : detail::DomainMap<CacheMultiQueue> {};
 
 CacheMap::CacheMap() : CacheMap(std::make_shared<detail::CacheTotals>()) {}
@@ -20,21 +42,34 @@ CacheMap::CacheMap(std::shared_ptr<detail::CacheTotals> totals)
 
 CacheMap::~CacheMap() = default;
 
+CacheMultiQueue& CacheMap::obtain(const std::type_info& domainType) {
+  return domains_->obtain(domainType, [this] { return CacheMultiQueue(totals_); });
+}
+
 bool CacheMap::insert(const WeakPtr<Cacheable>& object, bool asOldest) {
-  const detail::Held<Cacheable> held(object);
-  if (!held) {
-    return false;
+  for (;;) {
+    const std::type_info* type = nullptr;
+    {
+      const detail::Held<Cacheable> held(object);
+      if (!held) {
+        return false;
+      }
+      type = &held->DomainType();
+    }
+    CacheMultiQueue& queues = obtain(*type);
+    if (asOldest ? queues.push_back(object) : queues.push_front(object)) {
+      return true;
+    }
+    if (!queues.closed() || closed_) {
+      return false;
+    }
+    // The domain was taken out in this moment: the object goes into a new one.
   }
-  const auto queues = domains_->obtain(
-      held->DomainType(), [this] { return std::make_shared<CacheMultiQueue>(totals_); });
-  return asOldest ? queues->push_back(object) : queues->push_front(object);
 }
 
 void CacheMap::insert_zombie(const WeakPtr<Cacheable>& object) {
   if (const detail::Held<Cacheable> held{object}) {
-    domains_
-        ->obtain(held->DomainType(), [this] { return std::make_shared<CacheMultiQueue>(totals_); })
-        ->insert_zombie(object);
+    obtain(held->DomainType()).insert_zombie(object);
   }
 }
 
@@ -43,16 +78,20 @@ bool CacheMap::isAlreadyIncluded(const WeakPtr<Cacheable>& object) const {
   if (!held) {
     return false;
   }
-  const auto queues = domains_->find(held->DomainType());
+  const CacheMultiQueue* queues = domains_->find(held->DomainType());
   return queues != nullptr && queues->isAlreadyIncluded(object);
 }
 
 bool CacheMap::touch(const WeakPtr<Cacheable>& object) {
-  const detail::Held<Cacheable> held(object);
-  if (!held) {
-    return false;
+  const std::type_info* type = nullptr;
+  {
+    const detail::Held<Cacheable> held(object);
+    if (!held) {
+      return false;
+    }
+    type = &held->DomainType();
   }
-  if (const auto queues = domains_->find(held->DomainType())) {
+  if (const CacheMultiQueue* queues = domains_->find(*type)) {
     return queues->touch(object);
   }
   std::printf("CacheMap::touch(const WeakPtr<Cacheable>&Ca): No Cacheable Domain found! Nothing "
@@ -63,32 +102,24 @@ bool CacheMap::touch(const WeakPtr<Cacheable>& object) {
 
 memsize_t CacheMap::memsize(bool all) const {
   memsize_t sum = 0;
-  for (const auto& domain : domains_->all()) {
-    sum += domain.value->memsize(all);
-  }
+  domains_->each([&](const auto& domain) { sum += domain.value.memsize(all); });
   return sum;
 }
 
 std::uint32_t CacheMap::nEntries() const {
   std::uint32_t sum = 0;
-  for (const auto& domain : domains_->all()) {
-    sum += domain.value->nEntries();
-  }
+  domains_->each([&](const auto& domain) { sum += domain.value.nEntries(); });
   return sum;
 }
 
 memsize_t CacheMap::purge() {
   memsize_t freed = 0;
-  for (const auto& domain : domains_->all()) {
-    freed += domain.value->purge();
-  }
+  domains_->each([&](auto& domain) { freed += domain.value.purge(); });
   return freed;
 }
 
 void CacheMap::purge_Hades() {
-  for (const auto& domain : domains_->all()) {
-    domain.value->purge_Hades();
-  }
+  domains_->each([](auto& domain) { domain.value.purge_Hades(); });
 }
 
 bool CacheMap::adjust(const std::type_info& domainType, const CacheBase& cache, memsize_t newCost) {
@@ -98,13 +129,12 @@ bool CacheMap::adjust(const std::type_info& domainType, const CacheBase& cache, 
                 static_cast<unsigned long>(memsize(true) >> 20));
     std::fflush(stdout);
   }
-  if (const auto own = domains_->find(domainType); own != nullptr && own->adjust(cache, newCost)) {
+  CacheMultiQueue* const own = domains_->find(domainType);
+  if (own != nullptr && own->adjust(cache, newCost)) {
     return true;
   }
-  for (const auto& domain : domains_->all()) {
-    if (domain.value->adjust(cache, newCost)) {
-      return true;
-    }
+  if (domains_->any([&](auto& domain) { return domain.value.adjust(cache, newCost); })) {
+    return true;
   }
   TOLVANE_VERBOSE_DOMAIN(5, "Mem") << "CacheMap::adjust(): no data domain can make room for "
                                    << VerboseStream::MemString(static_cast<long long>(newCost));
@@ -112,36 +142,55 @@ bool CacheMap::adjust(const std::type_info& domainType, const CacheBase& cache, 
 }
 
 void CacheMap::list_info() const {
-  for (const auto& domain : domains_->all()) {
-    list_info(domain.type.get());
-  }
+  domains_->each([this](const auto& domain) { list_info(domain.type.get()); });
 }
 
 void CacheMap::list_info(const std::type_info& domainType) const {
-  if (const auto queues = domains_->find(domainType)) {
-    std::printf("  CacheMap for [%s]: %u entries using %llu bytes, %llu of them kept\n",
-                Typename(domainType).c_str(), queues->nEntries(), queues->memsize(true),
-                queues->memsize(true) - queues->memsize(false));
-    queues->list_info();
-    std::fflush(stdout);
+  const CacheMultiQueue* queues = domains_->find(domainType);
+  if (queues == nullptr) {
+    return;
   }
+  const CacheDomainStatistics now = queues->statistics(typeid(void), domainType);
+  const CacheCounts total = now.total();
+  std::printf("  CacheMap for [%s]: %llu entries using %llu bytes, %llu of them kept\n    %s\n",
+              Typename(domainType).c_str(), static_cast<unsigned long long>(total.entries),
+              total.bytes, now.keepers.bytes, total.str().c_str());
+  queues->list_info();
+  std::fflush(stdout);
 }
 
 std::vector<TypeInfo> CacheMap::domains() const {
   std::vector<TypeInfo> types;
-  for (const auto& domain : domains_->all()) {
-    types.push_back(domain.type);
-  }
+  domains_->each([&](const auto& domain) { types.push_back(domain.type); });
   return types;
 }
 
 const CacheMultiQueue* CacheMap::domain(const std::type_info& domainType) const {
-  return domains_->find(domainType).get();
+  return domains_->find(domainType);
+}
+
+void CacheMap::countRefusal(const std::type_info& domainType) noexcept {
+  if (CacheMultiQueue* queues = domains_->find(domainType)) {
+    queues->countRefusal();
+  }
 }
 
 memsize_t CacheMap::forget(const std::type_info& domainType) {
-  const auto queues = domains_->take(domainType);
-  return queues != nullptr ? queues->purge() : 0;
+  if (CacheMultiQueue* queues = domains_->take(domainType)) {
+    return purgeAndClose({queues});
+  }
+  return 0;
+}
+
+memsize_t CacheMap::close() {
+  closed_ = true;
+  std::vector<CacheMultiQueue*> taken;
+  for (const TypeInfo type : domains()) {
+    if (CacheMultiQueue* queues = domains_->take(type.get())) {
+      taken.push_back(queues);
+    }
+  }
+  return purgeAndClose(taken);
 }
 
 } // namespace Tolvane

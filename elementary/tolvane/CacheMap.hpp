@@ -3,6 +3,7 @@
 #include <tolvane/CacheMultiQueue.hpp>
 #include <tolvane/TypeInfo.hpp>
 
+#include <atomic>
 #include <memory>
 #include <typeinfo>
 #include <vector>
@@ -71,18 +72,32 @@ public:
   /// The data domains in the order of their first use.
   std::vector<TypeInfo> domains() const;
 
-  /// The queues of a domain; null when there are none. Valid until forget() of that domain.
+  /// The queues of a domain; null when there are none. Valid as long as the map; empty from
+  /// forget() of that domain on.
   const CacheMultiQueue* domain(const std::type_info& domainType) const;
 
+  /// Notes that an insertion into a domain found no room; nothing when there is no such domain.
+  void countRefusal(const std::type_info& domainType) noexcept;
+
   /// Purges a domain and removes it; objects that stay alive stand in no queue afterwards. A
-  /// thread or a release that is just now in the domain finishes first, and only then the domain
-  /// is gone. Returns the bytes that went.
+  /// release that is just now asked there finishes its work. Returns the bytes that went. The
+  /// emptied domain, some hundred bytes, stays in memory as long as the map, for a thread that may
+  /// still be looking at it.
   memsize_t forget(const std::type_info& domainType);
+
+  /// forget() of all domains, and no domain comes in any more.
+  memsize_t close();
+
+  /// Whether close() was called.
+  bool closed() const noexcept { return closed_.load(std::memory_order_relaxed); }
 
 private:
   struct Domains;
 
+  CacheMultiQueue& obtain(const std::type_info& domainType);
+
   std::shared_ptr<detail::CacheTotals> totals_;
+  std::atomic<bool> closed_{false};
   std::unique_ptr<Domains> domains_;
 };
 

@@ -8,6 +8,15 @@
 
 namespace Tolvane {
 
+namespace {
+
+std::string nameOf(const WeakPtr<Cacheable>& object) {
+  const detail::Held<Cacheable> held(object);
+  return held ? held->name() : "";
+}
+
+} // namespace
+
 CacheMultiQueue::CacheMultiQueue() : CacheMultiQueue(std::make_shared<detail::CacheTotals>()) {}
 
 CacheMultiQueue::CacheMultiQueue(std::shared_ptr<detail::CacheTotals> totals)
@@ -17,13 +26,16 @@ CacheMultiQueue::~CacheMultiQueue() {
   purge_Hades();
 }
 
-CacheQueue& CacheMultiQueue::obtain(Slot& slot) {
+CacheQueue& CacheMultiQueue::obtain(Slot& slot, CacheQueue::Role role) {
   if (CacheQueue* queue = slot.get()) {
     return *queue;
   }
   const std::lock_guard lock(mutex_);
   if (slot.get() == nullptr) {
-    slot.owner = new CacheQueue(totals_, &slot != &keepers_);
+    slot.owner = new CacheQueue(totals_, this, role);
+    if (closed()) {
+      slot.owner->close();
+    }
     slot.queue.store(slot.owner.get(), std::memory_order_release);
   }
   return *slot.get();
@@ -39,11 +51,11 @@ void CacheMultiQueue::forEachQueue(Visit visit) const {
 }
 
 bool CacheMultiQueue::push_front(const WeakPtr<Cacheable>& object) {
-  return object && obtain(primary_).push_front(object);
+  return object && obtain(primary_, CacheQueue::Role::Primary).push_front(object);
 }
 
 bool CacheMultiQueue::push_back(const WeakPtr<Cacheable>& object) {
-  return object && obtain(primary_).put_in_back(object);
+  return object && obtain(primary_, CacheQueue::Role::Primary).put_in_back(object);
 }
 
 bool CacheMultiQueue::isAlreadyIncluded(const WeakPtr<Cacheable>& object) const {
@@ -86,6 +98,19 @@ void CacheMultiQueue::purge_Hades() {
   totals_->zombies.fetch_sub(zombies.size());
 }
 
+void CacheMultiQueue::close() noexcept {
+  {
+    const std::lock_guard lock(mutex_); // a queue is made before this or closed
+    closed_ = true;
+  }
+  purge_Hades();
+  for (const Slot* slot : {&keepers_, &temporaries_, &primary_}) {
+    if (CacheQueue* queue = slot->get()) {
+      queue->close();
+    }
+  }
+}
+
 memsize_t CacheMultiQueue::purge() {
   purge_Hades();
   memsize_t freed = 0;
@@ -94,21 +119,21 @@ memsize_t CacheMultiQueue::purge() {
 }
 
 bool CacheMultiQueue::adjust(const CacheBase& cache, memsize_t newCost) {
-  CacheQueue* const primary = primary_.get();
-  if (primary != nullptr && primary->heldByThisThread()) {
+  if (const CacheQueue* asking = primary_.get(); asking != nullptr && asking->heldByThisThread()) {
     return false;
   }
   purge_Hades();
+  CacheQueue* const primary = primary_.get();
   if (primary == nullptr) {
     return false;
   }
-  CacheQueue& temporaries = obtain(temporaries_);
-  if (const detail::Held<Cacheable> returning{temporaries.oldest()}) {
+  CacheQueue& temporaries = obtain(temporaries_, CacheQueue::Role::Temporaries);
+  if (const WeakPtr<Cacheable> returning = temporaries.oldest()) {
     TOLVANE_VERBOSE_DOMAIN(5, "Mem")
-        << "  MOVING Temporary Item [" << returning->name() << "] to Release Candidates.";
-    primary->put_in_back(returning->self());
+        << "  MOVING Temporary Item [" << nameOf(returning) << "] to Release Candidates.";
+    primary->askAgain(returning);
   }
-  return primary->adjust(cache, newCost, temporaries, obtain(keepers_));
+  return primary->adjust(cache, newCost, temporaries, obtain(keepers_, CacheQueue::Role::Keepers));
 }
 
 void CacheMultiQueue::list_info() const {
@@ -123,6 +148,17 @@ memsize_t CacheMultiQueue::memsize(bool all) const {
     }
   });
   return sum;
+}
+
+CacheDomainStatistics CacheMultiQueue::statistics(const TypeInfo& creator,
+                                                  const TypeInfo& data) const {
+  const auto countsOf = [](const CacheQueue* queue) {
+    return queue != nullptr ? queue->counts() : CacheCounts{};
+  };
+  CacheDomainStatistics result{creator, data, countsOf(primary()), countsOf(temporaries()),
+                               countsOf(keepers())};
+  result.primary.refused = refused_.load(std::memory_order_relaxed);
+  return result;
 }
 
 std::uint32_t CacheMultiQueue::nEntries() const {

@@ -2,6 +2,7 @@
 
 #include <tolvane/CacheQueue.hpp>
 
+#include <atomic>
 #include <list>
 #include <memory>
 #include <mutex>
@@ -75,6 +76,20 @@ public:
   /// The number of entries of all queues.
   std::uint32_t nEntries() const;
 
+  /// What the queues hold and what happened in them so far, as far as they exist; `creator` and
+  /// `data` name the domain.
+  CacheDomainStatistics statistics(const TypeInfo& creator, const TypeInfo& data) const;
+
+  /// Notes that an insertion found no room.
+  void countRefusal() noexcept { refused_.fetch_add(1, std::memory_order_relaxed); }
+
+  /// Purges the queues, reporting what cannot be purged, and closes the domain for good: objects
+  /// that stay alive stand in no queue afterwards, and none comes in any more.
+  void close() noexcept;
+
+  /// Whether the domain is closed.
+  bool closed() const noexcept { return closed_.load(std::memory_order_relaxed); }
+
   /// The single queues, to look at; null until the queue is first needed. They live as long as
   /// the domain.
   const CacheQueue* primary() const noexcept { return primary_.get(); }
@@ -92,7 +107,7 @@ private:
     CacheQueue* get() const noexcept { return queue.load(std::memory_order_acquire); }
   };
 
-  CacheQueue& obtain(Slot& slot);
+  CacheQueue& obtain(Slot& slot, CacheQueue::Role role);
   template <class Visit>
   void forEachQueue(Visit visit) const;
 
@@ -101,6 +116,8 @@ private:
   Slot keepers_;
   std::list<StrongPtr<Cacheable>> hades_;
   std::shared_ptr<detail::CacheTotals> totals_;
+  std::atomic<std::uint64_t> refused_{0};
+  std::atomic<bool> closed_{false};
   mutable std::mutex mutex_; // guards the making of queues and the zombies
 };
 

@@ -37,6 +37,10 @@ constexpr int MostAnswersWithoutProgress = 100;
 /// A thread that waits for a queue longer than this says so.
 constexpr std::chrono::seconds PatienceForQueue{10};
 
+/// An entry whose creator is gone is looked at so often, a millisecond apart, before it counts as
+/// forgotten: a thread that merely looks at it may have kept it from going with its creator.
+constexpr int LooksAtForgotten = 100;
+
 /// The number of adjustments so far, for the debug stop. Raced on purpose.
 std::atomic<std::int32_t> adjustments{0};
 
@@ -72,9 +76,15 @@ bool dying(const Cacheable& entry) {
   return entry.self().strongCount() < 0;
 }
 
+/// The types of an object and of its creator, for the trace of a push.
+std::string typeNames(const WeakPtr<Cacheable>& object) {
+  const detail::Held<Cacheable> held(object);
+  return held ? Typename(held->DomainType()) + " creator=" + Typename(held->CreatorType()) : "";
+}
+
 } // namespace
 
-thread_local CacheQueue::Lock* CacheQueue::Lock::innermost = nullptr;
+constinit thread_local CacheQueue::Lock* CacheQueue::Lock::innermost = nullptr;
 
 CacheQueue::Lock::Lock(CacheQueue& queue, bool mayWait)
     : queue_(queue), outer_(innermost), owns_(false) {
@@ -117,16 +127,26 @@ CacheQueue::Iterator::~Iterator() = default;
 
 CacheQueue::CacheQueue() : Cacheable(Anchor{}) {}
 
-CacheQueue::CacheQueue(std::shared_ptr<detail::CacheTotals> totals, bool releasable)
-    : Cacheable(Anchor{}), totals_(std::move(totals)), releasable_(releasable) {}
+CacheQueue::CacheQueue(std::shared_ptr<detail::CacheTotals> totals, const CacheMultiQueue* domain,
+                       Role role)
+    : Cacheable(Anchor{}), totals_(std::move(totals)), domain_(domain), role_(role) {}
 
 CacheQueue::~CacheQueue() {
   const Profiler profiler(__FILE__, __LINE__, TOLVANE_FUNCTION, "CacheQueue::~CacheQueue()",
                           EvictionLevel);
+  close();
+}
+
+/// Purges the queue and takes no entry any more.
+void CacheQueue::close() noexcept {
   try {
     purgeEntries(true);
   } catch (...) {
     TOLVANE_IRREGULARITY("a dying queue could not be purged");
+  }
+  {
+    const std::lock_guard ring(mutex_);
+    closed_ = true;
   }
   releaseEntries();
 }
@@ -139,18 +159,44 @@ std::uint32_t CacheQueue::nEntries() const noexcept {
   return entries_.load(std::memory_order_relaxed);
 }
 
+CacheCounts CacheQueue::counts() const noexcept {
+  CacheCounts counts;
+  counts.entries = nEntries();
+  counts.bytes = total_.load(std::memory_order_relaxed);
+  counts.inserted = inserted_.get();
+  counts.touched = touched_.get();
+  counts.released = released_.get();
+  counts.temporary = temporary_.get();
+  counts.kept = kept_.get();
+  counts.evicted = evicted_.get();
+  counts.evictedBytes = evictedBytes_.get();
+  const std::uint64_t usual = counts.released + counts.temporary + counts.kept;
+  counts.asked = std::max(asked_.get(), usual); // while another thread counts an answer
+  counts.unusual = counts.asked - usual;
+  return counts;
+}
+
 void CacheQueue::count(memsize_t bytes, int entries) noexcept {
-  const auto number = static_cast<std::uint32_t>(entries);
   total_.fetch_add(bytes, std::memory_order_relaxed);
-  entries_.fetch_add(number, std::memory_order_relaxed);
-  if (totals_ != nullptr) {
-    if (releasable_) {
-      totals_->releasable.fetch_add(bytes, std::memory_order_relaxed);
-    } else {
-      totals_->kept.fetch_add(bytes, std::memory_order_relaxed);
-    }
-    totals_->entries.fetch_add(number, std::memory_order_relaxed);
+  entries_.fetch_add(static_cast<std::uint32_t>(entries), std::memory_order_relaxed);
+  if (totals_ == nullptr) {
+    return;
   }
+  if (role_ == Role::Keepers) {
+    totals_->kept.fetch_add(bytes, std::memory_order_relaxed);
+  } else {
+    totals_->countReleasable(bytes);
+  }
+}
+
+/// Notes that an object came in, or was used.
+void CacheQueue::countEntry(const CacheQueue* from, Entry entry) noexcept {
+  if (entry == Entry::Aside || entry == Entry::Back) {
+    return;
+  }
+  const bool wasHere =
+      from == this || (from != nullptr && domain_ != nullptr && from->domain_ == domain_);
+  (wasHere ? touched_ : inserted_).add(1);
 }
 
 bool CacheQueue::push_front(const WeakPtr<Cacheable>& object) {
@@ -167,27 +213,55 @@ bool CacheQueue::put_in_back(const WeakPtr<Cacheable>& object) {
 
 bool CacheQueue::put(const char* operation, const WeakPtr<Cacheable>& object, End end,
                      Entry entry) {
-  const detail::Held<Cacheable> held(object);
-  if (!held) {
+  if (!object) {
     return false;
   }
   if (!detail::defaultTypenamesInstalled()) {
     // Asking for a name makes the plain types readable, for everybody, from the first push on.
-    Typename(held->DomainType());
-    Typename(held->CreatorType());
+    typeNames(object);
   }
-  TOLVANE_VERBOSE_DOMAIN(100, "Mem") << operation << Typename(held->DomainType())
-                                     << " creator=" << Typename(held->CreatorType()) << ")";
-  return held->push(*this, end, entry);
+  TOLVANE_VERBOSE_DOMAIN(100, "Mem") << operation << typeNames(object) << ")";
+  // Held only once the queue is, since nothing is waited for with a hold; let go of after the
+  // queue, for it may be the last hold.
+  detail::Held<Cacheable> held;
+  const Lock lock(*this, entry == Entry::Aside);
+  if (!lock) {
+    return false;
+  }
+  held = detail::Held<Cacheable>(object);
+  return held && held->enter(*this, end, entry);
+}
+
+/// Makes an object that stood aside the first to be asked.
+bool CacheQueue::askAgain(const WeakPtr<Cacheable>& object) {
+  return put("CacheQueue::put_in_back(type=", object, End::Oldest, Entry::Back);
 }
 
 bool CacheQueue::isAlreadyIncluded(const WeakPtr<Cacheable>& object) const {
   const detail::Held<Cacheable> held(object);
-  if (!held) {
-    return false;
+  return held && includes(*held);
+}
+
+bool CacheQueue::includes(const Cacheable& object) const {
+  const std::lock_guard lock(object.mutex_);
+  return object.queue_ == this;
+}
+
+/// Whether an entry whose creator is gone leaves the queue, or gets another creator, in a moment.
+bool CacheQueue::goesByItself(const WeakPtr<Cacheable>& entry) const {
+  for (int looks = 0; looks < LooksAtForgotten && !detail::otherThreadsAreGone(); ++looks) {
+    {
+      const detail::Held<Cacheable> held(entry);
+      if (!held || !includes(*held) || held->creator()) {
+        return true;
+      }
+      if (!held.owned()) {
+        return false;
+      }
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }
-  const std::lock_guard lock(held->mutex_);
-  return held->queue_ == this;
+  return false;
 }
 
 memsize_t CacheQueue::compute_memsize() const {
@@ -205,11 +279,8 @@ memsize_t CacheQueue::compute_memsize() const {
 unsigned CacheQueue::iterate(Iterator& iterator) const {
   unsigned visited = 0;
   for (const WeakPtr<Cacheable>& entry : snapshot()) {
-    if (!isAlreadyIncluded(entry)) {
-      continue;
-    }
     const detail::Held<Cacheable> held(entry);
-    if (!held) {
+    if (!held || !includes(*held)) {
       continue;
     }
     if (!iterator.visit(*held)) {
@@ -221,29 +292,20 @@ unsigned CacheQueue::iterate(Iterator& iterator) const {
 }
 
 void CacheQueue::list_info(int detail) const {
-  class Lister : public Iterator {
-  public:
-    explicit Lister(bool withCreator) : withCreator_(withCreator) {}
-
-    bool visit(Cacheable& entry) override {
-      std::printf("    {%s} %s %p %llu bytes", entry.name().c_str(),
-                  Typename(entry.DomainType()).c_str(), static_cast<const void*>(&entry),
-                  entry.memsize());
-      if (withCreator_) {
-        // One strong pointer is that of the listing itself.
-        const int strong = entry.self().strongCount();
-        std::printf(", creator %s, %d strong", Typename(entry.CreatorType()).c_str(),
-                    strong > 0 ? strong - 1 : strong);
+  for (const WeakPtr<Cacheable>& entry : snapshot()) {
+    // Printed without the hold: standard output may keep its writer waiting.
+    std::string line;
+    if (const detail::Held<Cacheable> held{entry}; held && includes(*held)) {
+      line = "    {" + held->name() + "} " + Typename(held->DomainType()) + " " +
+             to_address_string(held.get()) + " " + std::to_string(held->memsize()) + " bytes";
+      if (detail >= 50) {
+        line += ", creator " + Typename(held->CreatorType()) + ", " +
+                std::to_string(entry.strongCount() - (held.owned() ? 1 : 0)) + " strong";
       }
-      std::printf("\n");
-      return true;
+      line += "\n";
     }
-
-  private:
-    const bool withCreator_;
-  };
-  Lister lister(detail >= 50);
-  iterate(lister);
+    std::fputs(line.c_str(), stdout);
+  }
   std::fflush(stdout);
 }
 
@@ -321,8 +383,11 @@ memsize_t CacheQueue::purgeEntries(bool tolerant) {
     }
     try {
       const detail::Held<Creature> creator(maker);
-      if (creator || (!destructing(maker) && isAlreadyIncluded(entry))) {
+      if (creator) {
         creator->release();
+      } else if (!destructing(maker) && isAlreadyIncluded(entry) &&
+                 (tolerant || !goesByItself(entry))) {
+        maker->release(); // reports and throws
       }
     } catch (...) {
       if (!tolerant) {
@@ -382,19 +447,22 @@ private:
   /// while the creator decides.
   struct Candidate {
     WeakPtr<Cacheable> object;
-    WeakPtr<Creature> creator;
+    WeakPtr<Creature> maker;
+    detail::Held<Creature> creator;
     memsize_t size;
     std::string name;
     const std::type_info* domain;
-    const std::type_info* creatorDomain;
   };
 
   bool fitsNow() const { return fits(cache_.totalCost(false), newCost_, cache_.limit()); }
   bool look(Candidate& candidate) const;
+  bool canBeAsked(const Candidate& candidate);
+  void ask(const Candidate& candidate);
+  void putAside(const Candidate& candidate, CacheQueue& queue);
+  bool givesUp(const Candidate& candidate, std::uint32_t entriesBefore);
   void trace(const Candidate& candidate) const;
-  void released(const Candidate& candidate, Creature& creator, std::uint32_t entriesBefore) const;
-  void kept(const Candidate& candidate, const Creature& creator) const;
-  std::string diagnosis(const Candidate& candidate, const Creature& creator) const;
+  void released(const Candidate& candidate, std::uint32_t entriesBefore) const;
+  std::string diagnosis(const Candidate& candidate) const;
 
   CacheQueue& queue_;
   const CacheBase& cache_;
@@ -402,6 +470,7 @@ private:
   CacheQueue& temporaries_;
   CacheQueue& keepers_;
   unsigned releasedItems_ = 0;
+  int answersWithoutProgress_ = 0;
 };
 
 bool CacheQueue::adjust(const CacheBase& cache, memsize_t newCost, CacheQueue& temporaries,
@@ -426,7 +495,6 @@ bool CacheQueue::adjust(const CacheBase& cache, memsize_t newCost, CacheQueue& t
 }
 
 bool CacheQueue::Eviction::run() {
-  int answersWithoutProgress = 0;
   while (!fitsNow()) {
     const Profiler profiler(EvictionFile, 399, EvictionFunction, "CacheQueue::adjust items",
                             EvictionLevel);
@@ -434,54 +502,15 @@ bool CacheQueue::Eviction::run() {
     if (!look(candidate)) {
       return false;
     }
-    const std::uint32_t entriesBefore = queue_.nEntries();
     if (Cache::verbosity() > 0) {
       trace(candidate);
     }
-    const detail::Held<Creature> held(candidate.creator);
-    if (!held) {
-      // In this order: a creator that is gone by now has taken its data along.
-      const bool later = destructing(candidate.creator);
-      if (!queue_.isAlreadyIncluded(candidate.object)) {
-        continue;
-      }
-      if (later) {
-        temporaries_.put("CacheQueue::push_front(type=", candidate.object, End::Newest,
-                         Entry::MoveAside);
-        continue;
-      }
+    if (!canBeAsked(candidate)) {
+      continue;
     }
-    // Without a live creator the access to the entry's own pointer reports and throws.
-    Creature& creator = held ? *held : *candidate.creator;
-    int answer = 0;
-    {
-      const Profiler releaseProfiler(EvictionFile, 454, EvictionFunction,
-                                     "CacheQueue: Creator->release()", EvictionLevel);
-      answer = creator.release();
-    }
-    ++releasedItems_;
-    switch (answer) {
-    case 2:
-      released(candidate, creator, entriesBefore);
-      break;
-    case 1:
-      temporaries_.put("CacheQueue::push_front(type=", candidate.object, End::Newest,
-                       Entry::MoveAside);
-      break;
-    case 0:
-      keepers_.put("CacheQueue::push_front(type=", candidate.object, End::Newest, Entry::MoveAside);
-      kept(candidate, creator);
-      break;
-    default:
-      break;
-    }
-    if (queue_.nEntries() < entriesBefore) {
-      answersWithoutProgress = 0;
-    } else if (++answersWithoutProgress == MostAnswersWithoutProgress) {
-      Irregularity(EvictionFile, __LINE__, EvictionFunction,
-                   "creators were asked 100 times in a row and no entry left the queue")
-          << ". The eviction gives up; the last one asked was [" << candidate.name << "] of type "
-          << *candidate.domain << ", made by " << *candidate.creatorDomain;
+    const std::uint32_t entriesBefore = queue_.nEntries();
+    ask(candidate);
+    if (givesUp(candidate, entriesBefore)) {
       return false;
     }
   }
@@ -497,14 +526,86 @@ bool CacheQueue::Eviction::look(Candidate& candidate) const {
     }
     const detail::Held<Cacheable> held(candidate.object);
     if (held) {
-      candidate.creator = held->creator();
+      candidate.maker = held->creator();
+      candidate.creator = detail::Held<Creature>(candidate.maker);
       candidate.size = held->memsize();
       candidate.name = held->name();
       candidate.domain = &held->DomainType();
-      candidate.creatorDomain = &held->CreatorType();
       return true;
     }
   }
+}
+
+/// Whether there is a creator to be asked, or to be missed.
+bool CacheQueue::Eviction::canBeAsked(const Candidate& candidate) {
+  if (candidate.creator) {
+    return true;
+  }
+  // In this order: a creator that is gone by now has taken its data along.
+  const bool underDestruction = destructing(candidate.maker);
+  if (!queue_.isAlreadyIncluded(candidate.object)) {
+    return false;
+  }
+  if (underDestruction) {
+    putAside(candidate, temporaries_);
+    return false;
+  }
+  return !queue_.goesByItself(candidate.object);
+}
+
+void CacheQueue::Eviction::ask(const Candidate& candidate) {
+  const std::uint32_t entriesBefore = queue_.nEntries();
+  // Without a live creator the access to the entry's own pointer reports and throws.
+  Creature& creator = candidate.creator ? *candidate.creator : *candidate.maker;
+  int answer = 0;
+  {
+    const Profiler releaseProfiler(EvictionFile, 454, EvictionFunction,
+                                   "CacheQueue: Creator->release()", EvictionLevel);
+    answer = creator.release();
+  }
+  ++releasedItems_;
+  queue_.asked_.add(1);
+  if (!candidate.object) {
+    queue_.evicted_.add(1);
+    queue_.evictedBytes_.add(candidate.size);
+  }
+  switch (answer) {
+  case 2:
+    queue_.released_.add(1);
+    released(candidate, entriesBefore);
+    break;
+  case 1:
+    queue_.temporary_.add(1);
+    putAside(candidate, temporaries_);
+    break;
+  case 0:
+    queue_.kept_.add(1);
+    putAside(candidate, keepers_);
+    TOLVANE_VERBOSE_DOMAIN(10, "Mem") << diagnosis(candidate);
+    break;
+  default:
+    break;
+  }
+}
+
+void CacheQueue::Eviction::putAside(const Candidate& candidate, CacheQueue& queue) {
+  queue.put("CacheQueue::push_front(type=", candidate.object, End::Newest, Entry::Aside);
+}
+
+/// Whether it makes no sense to ask any more.
+bool CacheQueue::Eviction::givesUp(const Candidate& candidate, std::uint32_t entriesBefore) {
+  if (queue_.nEntries() < entriesBefore) {
+    answersWithoutProgress_ = 0;
+    return false;
+  }
+  if (++answersWithoutProgress_ < MostAnswersWithoutProgress) {
+    return false;
+  }
+  Irregularity(EvictionFile, __LINE__, EvictionFunction,
+               "creators were asked 100 times in a row and no entry left the queue")
+      << ". The eviction gives up; the last one asked was [" << candidate.name << "] of type "
+      << *candidate.domain << ", made by " << typeid(*candidate.creator);
+  return true;
 }
 
 void CacheQueue::Eviction::trace(const Candidate& candidate) const {
@@ -520,9 +621,8 @@ void CacheQueue::Eviction::trace(const Candidate& candidate) const {
 }
 
 /// Checks the claim of a creator that its data went.
-void CacheQueue::Eviction::released(const Candidate& candidate, Creature& creator,
-                                    std::uint32_t entriesBefore) const {
-  if (queue_.oldest() == candidate.object) {
+void CacheQueue::Eviction::released(const Candidate& candidate, std::uint32_t entriesBefore) const {
+  if (candidate.object && queue_.oldest() == candidate.object) {
     Irregularity(EvictionFile, 479, EvictionFunction, "Releaseable == oldest()")
         << "There is a problem, the object to be released is still in the Cache:\n"
         << "NumberOfReleasedItems =" << std::to_string(releasedItems_) << ", computed size "
@@ -530,26 +630,23 @@ void CacheQueue::Eviction::released(const Candidate& candidate, Creature& creato
         << std::to_string(queue_.memsize()) << " counted, cache total "
         << std::to_string(cache_.totalCost(false)) << " of limit " << std::to_string(cache_.limit())
         << "\nRELEASE: OLDEST CANDIDATE: [" << candidate.name
-        << "]\nRelease candidate's ProvenancePath: " << creator.provenancePath();
+        << "]\nRelease candidate's ProvenancePath: " << candidate.creator->provenancePath();
   }
   if (queue_.nEntries() == entriesBefore - 1) {
     return;
   }
-  TOLVANE_VERBOSE_DOMAIN(1, "Mem")
-      << " CACHE successful release of " << bytes(candidate.size) << ", had "
-      << std::to_string(entriesBefore) << " entries, now " << std::to_string(queue_.nEntries());
-  if (VerboseStream::show(1)) {
+  bool shown = false;
+  TOLVANE_VERBOSE_DOMAIN(1, "Mem") << " CACHE successful release of " << bytes(candidate.size)
+                                   << ", had " << std::to_string(entriesBefore) << " entries, now "
+                                   << std::to_string(queue_.nEntries()) << (shown = true, "");
+  if (shown) {
     queue_.list_info(0);
   }
 }
 
 /// Says why an object stays in memory.
-void CacheQueue::Eviction::kept(const Candidate& candidate, const Creature& creator) const {
-  TOLVANE_VERBOSE_DOMAIN(10, "Mem") << diagnosis(candidate, creator);
-}
-
-std::string CacheQueue::Eviction::diagnosis(const Candidate& candidate,
-                                            const Creature& creator) const {
+std::string CacheQueue::Eviction::diagnosis(const Candidate& candidate) const {
+  const Creature& creator = *candidate.creator;
   const int strong = candidate.object.strongCount();
   std::string text =
       strong == 1
@@ -562,8 +659,7 @@ std::string CacheQueue::Eviction::diagnosis(const Candidate& candidate,
               : " These data CANNOT be reproduced and thus must be kept in memory.";
   text += " " + std::to_string(queue_.nEntries()) + " releasable and " +
           std::to_string(keepers_.nEntries()) + " kept objects (domain " +
-          Typename(*candidate.domain) + ", creator domain " + Typename(*candidate.creatorDomain) +
-          ")";
+          Typename(*candidate.domain) + ", creator domain " + Typename(typeid(creator)) + ")";
   return text;
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <tolvane/CacheStatistics.hpp>
 #include <tolvane/Cacheable.hpp>
 
 #include <cstdint>
@@ -17,6 +18,8 @@
 /// @endcode
 
 namespace Tolvane {
+
+class CacheMultiQueue;
 
 namespace detail {
 struct CacheTotals;
@@ -95,6 +98,8 @@ public:
   ///
   /// Throws NullPtrException, after its report, at an entry without a live creator, and what a
   /// creator throws; the queue is whole then. A creator that is just being destroyed is not asked.
+  /// An entry whose creator is gone is given a tenth of a second to follow it, because some thread
+  /// may just be looking at it.
   memsize_t purge();
 
   /// Releases the oldest entries until `newCost` bytes fit the limit of `cache`, or no entry is
@@ -110,27 +115,61 @@ public:
   /// Whether this thread holds the queue, because it answers a release request of it.
   bool heldByThisThread() const noexcept;
 
+  /// What the queue holds, and what happened in it so far. Refusals belong to a domain, not to a
+  /// queue.
+  CacheCounts counts() const noexcept;
+
 private:
   friend class Cacheable;
   friend class CacheMultiQueue;
   class Lock;
   class Eviction;
 
-  /// A queue whose sums count towards those of a whole cache, as data that can be released or as
-  /// data that is kept.
-  CacheQueue(std::shared_ptr<detail::CacheTotals> totals, bool releasable);
+  /// The part that a queue plays in its domain.
+  enum class Role { Primary, Temporaries, Keepers };
+
+  /// A figure that is raised under the mutex of the queue only and read by any thread.
+  class Tally {
+  public:
+    void add(std::uint64_t amount) noexcept {
+      value_.store(get() + amount, std::memory_order_relaxed);
+    }
+    std::uint64_t get() const noexcept { return value_.load(std::memory_order_relaxed); }
+
+  private:
+    std::atomic<std::uint64_t> value_{0};
+  };
+
+  /// A queue of a domain of a cache, towards whose sums its own count.
+  CacheQueue(std::shared_ptr<detail::CacheTotals> totals, const CacheMultiQueue* domain, Role role);
 
   void count(memsize_t bytes, int entries) noexcept;
+  void countEntry(const CacheQueue* from, Entry entry) noexcept;
   bool put(const char* operation, const WeakPtr<Cacheable>& object, End end, Entry entry);
+  bool askAgain(const WeakPtr<Cacheable>& object);
+  bool includes(const Cacheable& object) const;
+  bool goesByItself(const WeakPtr<Cacheable>& entry) const;
   std::vector<WeakPtr<Cacheable>> snapshot() const;
   memsize_t purgeEntries(bool tolerant);
   void releaseEntries();
+  void close() noexcept;
 
   std::atomic<memsize_t> total_{0};
   std::atomic<std::uint32_t> entries_{0};
   mutable detail::PosixMutex queueMutex_;
   std::shared_ptr<detail::CacheTotals> totals_;
-  const bool releasable_ = true;
+  const CacheMultiQueue* const domain_ = nullptr;
+  const Role role_ = Role::Primary;
+  bool closed_ = false; // takes no entry any more; guarded by the mutex of the node
+
+  Tally inserted_;
+  Tally touched_;
+  Tally asked_;
+  Tally released_;
+  Tally temporary_;
+  Tally kept_;
+  Tally evicted_;
+  Tally evictedBytes_;
 };
 
 } // namespace Tolvane

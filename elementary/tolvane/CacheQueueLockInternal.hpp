@@ -28,8 +28,11 @@ public:
 
   static bool heldByThisThread(const CacheQueue& queue) noexcept;
 
+  /// Whether this thread holds any queue.
+  static bool anyHeldByThisThread() noexcept { return innermost != nullptr; }
+
 private:
-  static thread_local Lock* innermost;
+  static constinit thread_local Lock* innermost;
 
   CacheQueue& queue_;
   Lock* outer_;

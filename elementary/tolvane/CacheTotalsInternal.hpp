@@ -1,10 +1,9 @@
 #pragma once
 
-#include <tolvane/MemorySize.hpp>
+#include <tolvane/CacheStatistics.hpp>
 
 #include <atomic>
 #include <cstddef>
-#include <cstdint>
 
 /// @file
 /// The sums of a whole cache, kept up to date by its queues. Internal to the library, not
@@ -17,8 +16,16 @@ namespace Tolvane::detail {
 struct CacheTotals {
   std::atomic<memsize_t> releasable{0}; ///< Bytes in the primary and temporaries queues.
   std::atomic<memsize_t> kept{0};       ///< Bytes in the keepers queues.
-  std::atomic<std::uint32_t> entries{0};
+  std::atomic<memsize_t> peak{0};       ///< The most that `releasable` ever was.
   std::atomic<std::size_t> zombies{0};
+  std::atomic<std::uint64_t> refused{0}; ///< Insertions that found no room.
+
+  void countReleasable(memsize_t bytes) noexcept {
+    const memsize_t now = releasable.fetch_add(bytes, std::memory_order_relaxed) + bytes;
+    memsize_t most = peak.load(std::memory_order_relaxed);
+    while (now > most && !peak.compare_exchange_weak(most, now, std::memory_order_relaxed)) {
+    }
+  }
 };
 
 } // namespace Tolvane::detail

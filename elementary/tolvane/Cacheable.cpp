@@ -2,6 +2,7 @@
 #include <tolvane/Cacheable.hpp>
 #include <tolvane/Creature.hpp>
 #include <tolvane/HeldInternal.hpp>
+#include <tolvane/Verbose.hpp>
 
 #include <stdexcept>
 #include <utility>
@@ -55,6 +56,7 @@ const std::type_info& Cacheable::CreatorType() const {
 void Cacheable::setCreator(const WeakPtr<Creature, Creature>& creator) {
   const std::lock_guard lock(mutex_);
   creator_ = creator;
+  creatorChanged_ = true;
 }
 
 WeakPtr<Creature, Creature> Cacheable::creator() const {
@@ -111,7 +113,41 @@ void Cacheable::countDelta(memsize_t delta) noexcept {
   }
 }
 
+/// Makes the object the newest of the queue it stands in, which is what a touch mostly comes to, if
+/// that can be had without waiting for anybody and without looking its domain up; with a `cache`
+/// only in a primary queue of that one. Returns whether it was done.
+bool Cacheable::refreshAtOnce(const detail::CacheTotals* cache) noexcept {
+  if (100 <= detail::verboseThreshold.load(std::memory_order_relaxed) ||
+      CacheQueue::Lock::anyHeldByThisThread()) {
+    return false;
+  }
+  const std::unique_lock own(mutex_, std::try_to_lock);
+  if (!own || queue_ == nullptr || predestructed_) {
+    return false;
+  }
+  CacheQueue& queue = *queue_;
+  if (cache != nullptr &&
+      (queue.totals_.get() != cache || queue.role_ != CacheQueue::Role::Primary ||
+       creatorChanged_ || !creator_)) {
+    return false;
+  }
+  // Tried only: who holds a queue waits for its entries.
+  const std::unique_lock hold(queue.queueMutex_, std::try_to_lock);
+  if (!hold) {
+    return false;
+  }
+  Cacheable& anchor = queue;
+  const std::lock_guard ring(anchor.mutex_);
+  unlink();
+  linkBetween(*anchor.prev_.get(), anchor);
+  queue.touched_.add(1);
+  return true;
+}
+
 bool Cacheable::markAsUsed() {
+  if (refreshAtOnce(nullptr)) {
+    return true;
+  }
   CacheQueue* queue = nullptr;
   WeakPtr<Cacheable> node;
   {
@@ -160,21 +196,23 @@ void Cacheable::PreDestructor() {
 }
 
 bool Cacheable::push_back(CacheQueue& queue) {
-  return push(queue, End::Oldest, Entry::Insert);
+  return push(queue, End::Oldest);
 }
 
 bool Cacheable::push_front(CacheQueue& queue) {
-  return push(queue, End::Newest, Entry::Insert);
+  return push(queue, End::Newest);
 }
 
-bool Cacheable::push(CacheQueue& queue, End end, Entry entry) {
+bool Cacheable::push(CacheQueue& queue, End end) {
+  const CacheQueue::Lock lock(queue, false);
+  return lock && enter(queue, end, Entry::Insert);
+}
+
+/// Comes into a queue that this thread holds.
+bool Cacheable::enter(CacheQueue& queue, End end, Entry entry) {
   if (isAnchor_) {
     throw std::invalid_argument("Cacheable: a CacheQueue cannot be an entry of a queue, its links "
                                 "are those of its own ring");
-  }
-  const CacheQueue::Lock lock(queue, entry == Entry::MoveAside);
-  if (!lock) {
-    return false;
   }
   for (int attempts = 100;; --attempts) {
     const unsigned version = sizeVersion_.load();
@@ -184,40 +222,43 @@ bool Cacheable::push(CacheQueue& queue, End end, Entry entry) {
       return false;
     }
     if (version == sizeVersion_.load() || attempts <= 0) {
-      moveTo(queue, end, size);
-      return true;
+      return moveTo(queue, end, entry, size);
     }
   }
 }
 
-void Cacheable::moveTo(CacheQueue& queue, End end, memsize_t size) {
+bool Cacheable::moveTo(CacheQueue& queue, End end, Entry entry, memsize_t size) {
   Cacheable& anchor = queue;
   CacheQueue* const old = queue_;
-  {
-    std::unique_lock<detail::PosixMutex> ring(anchor.mutex_, std::defer_lock);
-    std::unique_lock<detail::PosixMutex> oldRing;
-    if (old != nullptr && old != &queue) {
-      oldRing = std::unique_lock(old->Cacheable::mutex_, std::defer_lock);
-      std::lock(ring, oldRing);
-    } else {
-      ring.lock();
-    }
-    if (end == End::Newest) {
-      unlink();
-      linkBetween(*anchor.prev_.get(), anchor);
-    } else if (anchor.next_.get() != this) {
-      unlink();
-      linkBetween(anchor, *anchor.next_.get());
-    }
-    queue_ = &queue;
-    // Still inside the ring's lock: the old queue may die as soon as it is released.
-    if (old != &queue) {
-      if (old != nullptr) {
-        old->count(-size, -1);
-      }
-      queue.count(size, 1);
-    }
+  std::unique_lock<detail::PosixMutex> ring(anchor.mutex_, std::defer_lock);
+  std::unique_lock<detail::PosixMutex> oldRing;
+  if (old != nullptr && old != &queue) {
+    oldRing = std::unique_lock(old->Cacheable::mutex_, std::defer_lock);
+    std::lock(ring, oldRing);
+  } else {
+    ring.lock();
   }
+  if (queue.closed_) {
+    return false;
+  }
+  if (end == End::Newest) {
+    unlink();
+    linkBetween(*anchor.prev_.get(), anchor);
+  } else if (anchor.next_.get() != this) {
+    unlink();
+    linkBetween(anchor, *anchor.next_.get());
+  }
+  queue_ = &queue;
+  creatorChanged_ = false;
+  // Still inside the ring's lock: the old queue may die as soon as it is released.
+  queue.countEntry(old, entry);
+  if (old != &queue) {
+    if (old != nullptr) {
+      old->count(-size, -1);
+    }
+    queue.count(size, 1);
+  }
+  return true;
 }
 
 /// Leaves the ring; the links lead to the object itself from then on. Needs the mutexes of the

@@ -30,7 +30,12 @@ namespace Tolvane {
 class Cache;
 class CacheBase;
 class CacheQueue;
+class CreatorCacheMap;
 class Creature;
+
+namespace detail {
+struct CacheTotals;
+}
 
 /// The unit of memory that the cache manager counts, ages and evicts.
 ///
@@ -156,15 +161,17 @@ protected:
 
 private:
   friend class CacheQueue;
+  friend class CreatorCacheMap;
 
   enum class End { Newest, Oldest };
 
-  /// Which objects come into a queue, and how much the caller may wait for it.
+  /// Why an object comes into a queue.
   enum class Entry {
-    Insert,    ///< Every object.
-    Refresh,   ///< Only one that stands in a queue: what left the cache stays out.
-    MoveAside, ///< The same, into a side queue. It is always taken after its primary queue, so
-               ///< waiting for it inside of that is safe.
+    Insert,  ///< It is inserted or used.
+    Refresh, ///< It is used, provided that it stands in a queue: what left the cache stays out.
+    Aside,   ///< It cannot go just now. Likewise only from a queue. A side queue is always taken
+             ///< after its primary queue, so waiting for it inside of that is safe.
+    Back,    ///< It is to be asked again. Likewise only from a queue.
   };
 
   /// A link of the ring. Only whether a ring is empty is ever asked without its lock.
@@ -182,8 +189,10 @@ private:
   struct Anchor {};
   explicit Cacheable(Anchor);
 
-  bool push(CacheQueue& queue, End end, Entry entry);
-  void moveTo(CacheQueue& queue, End end, memsize_t size);
+  bool push(CacheQueue& queue, End end);
+  bool refreshAtOnce(const detail::CacheTotals* cache) noexcept;
+  bool enter(CacheQueue& queue, End end, Entry entry);
+  bool moveTo(CacheQueue& queue, End end, Entry entry, memsize_t size);
   void unlink() noexcept;
   void linkBetween(Cacheable& prev, Cacheable& next) noexcept;
   void countDelta(memsize_t delta) noexcept;
@@ -198,6 +207,7 @@ private:
   WeakPtr<Creature, Creature> creator_;
   mutable detail::PosixMutex mutex_;
   bool predestructed_ = false;
+  bool creatorChanged_ = false; // since the object was filed
   const bool isAnchor_ = false;
   // Raised with every change of the size, so that a size read outside the lock is known to be
   // the current one.

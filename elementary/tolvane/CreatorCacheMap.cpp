@@ -1,11 +1,13 @@
 #include <tolvane/Cache.hpp>
 #include <tolvane/CacheTotalsInternal.hpp>
 #include <tolvane/CreatorCacheMap.hpp>
+#include <tolvane/Creature.hpp>
 #include <tolvane/DomainMapInternal.hpp>
 #include <tolvane/HeldInternal.hpp>
 #include <tolvane/Typename.hpp>
 #include <tolvane/Verbose.hpp>
 
+#include <algorithm>
 #include <cstdio>
 
 namespace Tolvane {
@@ -20,7 +22,8 @@ double mebibytes(memsize_t bytes) {
 template <class Queues>
 void printFigures(const Queues* queues) {
   const memsize_t all = queues != nullptr ? queues->memsize(true) : 0;
-  const memsize_t freeable = queues != nullptr ? queues->memsize(false) : 0;
+  // Both are right, but not of the same moment.
+  const memsize_t freeable = queues != nullptr ? std::min(all, queues->memsize(false)) : 0;
   const std::uint32_t entries = queues != nullptr ? queues->nEntries() : 0;
   std::printf("   Have %d entries using %llu (%lgM, %lgM freeable, %lgM unfreeable) here. \n",
               static_cast<int>(entries), all, mebibytes(all), mebibytes(freeable),
@@ -36,35 +39,69 @@ CreatorCacheMap::CreatorCacheMap()
 
 CreatorCacheMap::~CreatorCacheMap() = default;
 
-StrongPtr<CacheMap> CreatorCacheMap::obtain(const std::type_info& creatorType) {
-  return *domains_->obtain(
-      creatorType, [this] { return std::make_shared<StrongPtr<CacheMap>>(new CacheMap(totals_)); });
+CacheMap& CreatorCacheMap::obtain(const std::type_info& creatorType) {
+  return *domains_->obtain(creatorType,
+                           [this] { return StrongPtr<CacheMap>(new CacheMap(totals_)); });
+}
+
+CacheMap* CreatorCacheMap::find(const std::type_info& creatorType) const {
+  const StrongPtr<CacheMap>* map = domains_->find(creatorType);
+  return map != nullptr ? map->get() : nullptr;
 }
 
 bool CreatorCacheMap::insert(const WeakPtr<Cacheable>& object, bool asOldest) {
-  const detail::Held<Cacheable> held(object);
-  return held && obtain(held->CreatorType())->insert(object, asOldest);
+  for (;;) {
+    const std::type_info* type = nullptr;
+    {
+      const detail::Held<Cacheable> held(object);
+      if (!held) {
+        return false;
+      }
+      type = &held->CreatorType();
+    }
+    CacheMap& map = obtain(*type);
+    if (map.insert(object, asOldest)) {
+      return true;
+    }
+    if (!map.closed()) {
+      return false;
+    }
+    // The domain was taken out in this moment: the object goes into a new one.
+  }
 }
 
 void CreatorCacheMap::insert_zombie(const WeakPtr<Cacheable>& object) {
   if (const detail::Held<Cacheable> held{object}) {
-    obtain(held->CreatorType())->insert_zombie(object);
+    obtain(held->CreatorType()).insert_zombie(object);
   }
 }
 
-bool CreatorCacheMap::touch(const WeakPtr<Cacheable>& object) {
+bool CreatorCacheMap::touchAtOnce(const WeakPtr<Cacheable>& object) noexcept {
   const detail::Held<Cacheable> held(object);
-  if (!held) {
-    return false;
+  return held && held->refreshAtOnce(totals_.get());
+}
+
+bool CreatorCacheMap::touch(const WeakPtr<Cacheable>& object) {
+  const std::type_info* domain = nullptr;
+  const std::type_info* creator = nullptr;
+  detail::Held<Creature> maker; // so that the data does not come into a queue without it
+  {
+    const detail::Held<Cacheable> held(object);
+    if (!held) {
+      return false;
+    }
+    maker = detail::Held<Creature>(held->creator());
+    domain = &held->DomainType();
+    creator = &held->CreatorType();
   }
-  const auto map = domains_->find(held->CreatorType());
+  const StrongPtr<CacheMap>* map = domains_->find(*creator);
   if (map != nullptr && *map) {
-    return (*map)->touch(object);
+    return map->get()->touch(object);
   }
   if (map == nullptr) {
     std::printf("CreatorCacheMap::touch(const WeakPtr<Cacheable>&[%s]): No Cacheable Creator "
                 "Domain [%s] found! Nothing touched.\n",
-                Typename(held->DomainType()).c_str(), Typename(held->CreatorType()).c_str());
+                Typename(*domain).c_str(), Typename(*creator).c_str());
   } else {
     std::printf("CreatorCacheMap::touch(const WeakPtr<Cacheable>&Ca): No CacheMap found for "
                 "Creator Domain! Nothing touched.\n");
@@ -79,14 +116,14 @@ memsize_t CreatorCacheMap::memsize(bool all) const {
 }
 
 std::uint32_t CreatorCacheMap::nEntries() const {
-  return totals_->entries.load(std::memory_order_relaxed);
+  std::uint32_t sum = 0;
+  domains_->each([&](const auto& domain) { sum += domain.value->nEntries(); });
+  return sum;
 }
 
 memsize_t CreatorCacheMap::purge() {
   memsize_t freed = 0;
-  for (const auto& domain : domains_->all()) {
-    freed += (*domain.value)->purge();
-  }
+  domains_->each([&](const auto& domain) { freed += domain.value->purge(); });
   return freed;
 }
 
@@ -94,28 +131,25 @@ void CreatorCacheMap::purge_Hades() {
   if (totals_->zombies.load() == 0) {
     return;
   }
-  for (const auto& domain : domains_->all()) {
-    (*domain.value)->purge_Hades();
-  }
+  domains_->each([](const auto& domain) { domain.value->purge_Hades(); });
 }
 
 bool CreatorCacheMap::adjust(const std::type_info& creatorType, const std::type_info& domainType,
                              const CacheBase& cache, memsize_t newCost) {
-  const auto own = domains_->find(creatorType);
+  CacheMap* const own = find(creatorType);
   if (Cache::verbosity() >= 11) {
-    const memsize_t have = own != nullptr ? (*own)->memsize(true) : 0;
+    const memsize_t have = own != nullptr ? own->memsize(true) : 0;
     std::printf(" CreatorCacheMap::adjust(%s, Cache, newCost=%luMB) HAVE %luMB of this domain\n",
                 Typename(creatorType).c_str(), static_cast<unsigned long>(newCost >> 20),
                 static_cast<unsigned long>(have >> 20));
     std::fflush(stdout);
   }
-  if (own != nullptr && (*own)->adjust(domainType, cache, newCost)) {
+  if (own != nullptr && own->adjust(domainType, cache, newCost)) {
     return true;
   }
-  for (const auto& domain : domains_->all()) {
-    if ((*domain.value)->adjust(domainType, cache, newCost)) {
-      return true;
-    }
+  if (domains_->any(
+          [&](const auto& domain) { return domain.value->adjust(domainType, cache, newCost); })) {
+    return true;
   }
   TOLVANE_VERBOSE_DOMAIN(5, "Mem") << "CreatorCacheMap::adjust(): no domain can make room for "
                                    << VerboseStream::MemString(static_cast<long long>(newCost));
@@ -123,16 +157,16 @@ bool CreatorCacheMap::adjust(const std::type_info& creatorType, const std::type_
 }
 
 void CreatorCacheMap::list_info() const {
-  for (const auto& domain : domains_->all()) {
+  domains_->each([](const auto& domain) {
     std::printf(" CreatorCacheMap for listed Domain [%s]:", Typename(domain.type.get()).c_str());
-    const CacheMap& map = **domain.value;
+    const CacheMap& map = *domain.value;
     printFigures(&map);
     for (const TypeInfo data : map.domains()) {
       std::printf(" CreatorCacheMap for listed Domain [%s]:", Typename(data.get()).c_str());
       printFigures(map.domain(data.get()));
       map.list_info(data.get());
     }
-  }
+  });
   std::fflush(stdout);
 }
 
@@ -164,18 +198,41 @@ void CreatorCacheMap::list_info(const std::type_info& creatorType,
 }
 
 StrongPtr<CacheMap> CreatorCacheMap::creatorDomain(const std::type_info& creatorType) const {
-  const auto map = domains_->find(creatorType);
+  const StrongPtr<CacheMap>* map = domains_->find(creatorType);
   return map != nullptr ? *map : StrongPtr<CacheMap>();
+}
+
+void CreatorCacheMap::countRefusal(const std::type_info& creatorType,
+                                   const std::type_info& domainType) noexcept {
+  totals_->refused.fetch_add(1, std::memory_order_relaxed);
+  if (CacheMap* map = find(creatorType)) {
+    map->countRefusal(domainType);
+  }
+}
+
+CacheStatistics CreatorCacheMap::statistics() const {
+  CacheStatistics result;
+  domains_->each([&](const auto& creator) {
+    const CacheMap& map = *creator.value;
+    for (const TypeInfo data : map.domains()) {
+      if (const CacheMultiQueue* queues = map.domain(data.get())) {
+        result.domains.push_back(queues->statistics(creator.type, data));
+        result.total += result.domains.back().total();
+      }
+    }
+  });
+  result.freeable = memsize(false);
+  result.peak = totals_->peak.load(std::memory_order_relaxed);
+  result.total.refused = totals_->refused.load(std::memory_order_relaxed);
+  return result;
 }
 
 memsize_t CreatorCacheMap::forget(const std::type_info& type) {
   memsize_t freed = 0;
-  if (const auto map = domains_->take(type)) {
-    freed += (*map)->purge();
+  if (const StrongPtr<CacheMap>* map = domains_->take(type)) {
+    freed += (*map)->close();
   }
-  for (const auto& domain : domains_->all()) {
-    freed += (*domain.value)->forget(type);
-  }
+  domains_->each([&](const auto& domain) { freed += domain.value->forget(type); });
   return freed;
 }
 

@@ -39,6 +39,10 @@ public:
   /// standard output, when one of its domains is unknown.
   bool touch(const WeakPtr<Cacheable>& object);
 
+  /// touch() where it comes to moving the object within its queue and nobody is to be waited for.
+  /// Returns whether it was done; nothing happened otherwise.
+  bool touchAtOnce(const WeakPtr<Cacheable>& object) noexcept;
+
   /// The bytes that can be released, and with `all` those that are kept as well. Walks over
   /// nothing.
   memsize_t memsize(bool all) const;
@@ -64,19 +68,26 @@ public:
   /// Prints one data domain of a creator domain.
   void list_info(const std::type_info& creatorType, const std::type_info& domainType) const;
 
+  /// What the domains hold and what happened in them so far; without the limit.
+  CacheStatistics statistics() const;
+
+  /// Notes that an insertion found no room.
+  void countRefusal(const std::type_info& creatorType, const std::type_info& domainType) noexcept;
+
   /// The map of a creator domain; empty when there is none.
   StrongPtr<CacheMap> creatorDomain(const std::type_info& creatorType) const;
 
   /// Purges and removes what is filed under `type`, as a creator or as data, so that no key
   /// refers to it any more: for a module that is about to be unloaded. Objects that stay alive
-  /// stand in no queue afterwards. A thread or a release that is just now in one of these domains
-  /// finishes first, and only then the domain is gone. Returns the bytes that went.
+  /// stand in no queue afterwards. A release that is just now asked there finishes its work.
+  /// Returns the bytes that went. See CacheMap::forget().
   memsize_t forget(const std::type_info& type);
 
 private:
   struct Domains;
 
-  StrongPtr<CacheMap> obtain(const std::type_info& creatorType);
+  CacheMap& obtain(const std::type_info& creatorType);
+  CacheMap* find(const std::type_info& creatorType) const;
 
   std::shared_ptr<detail::CacheTotals> totals_;
   std::unique_ptr<Domains> domains_;

@@ -159,8 +159,10 @@ std::list<StrongPtr<Provenance>> Creature::provenance() const {
 }
 
 std::string Creature::provenancePath(char separator) const {
-  const std::list<StrongPtr<Provenance>> records = provenance();
-  return records.empty() || !records.back() ? std::string() : records.back()->getPath(separator);
+  // Under the lock, as the renaming is.
+  const std::lock_guard lock(mutex_);
+  return provenance_.empty() || !provenance_.back() ? std::string()
+                                                    : provenance_.back()->getPath(separator);
 }
 
 } // namespace Tolvane

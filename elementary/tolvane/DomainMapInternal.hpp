@@ -1,13 +1,12 @@
 #pragma once
 
+#include <tolvane/LastingTypeInternal.hpp>
 #include <tolvane/TypeInfo.hpp>
 
-#include <algorithm>
+#include <atomic>
+#include <cstddef>
 #include <memory>
 #include <mutex>
-#include <shared_mutex>
-#include <unordered_map>
-#include <utility>
 #include <vector>
 
 /// @file
@@ -15,65 +14,144 @@
 
 namespace Tolvane::detail {
 
-/// A map from types to values that stay where they are, in the order of their first use. Who has
-/// got a value shares it, so that it may be taken out while it is in use.
+/// A map from types to values that stay where they are, in the order of their first use.
 ///
-/// Thread safety: any thread may call any operation. The lock is held for the look-up only.
+/// Every insertion and every touch of a cache looks a domain up, and on several threads even a
+/// shared lock would be the place where they meet. So looking up takes no lock, and nothing that a
+/// look-up may be in is freed before the map: a domain that is taken out is marked and stays, and
+/// so does a table that became too small.
+///
+/// Thread safety: any thread may call any operation.
 template <class Value>
 class DomainMap {
 public:
-  struct Domain {
-    TypeInfo type;
-    std::shared_ptr<Value> value;
+  class Domain {
+  public:
+    template <class Make>
+    Domain(const std::type_info& of, Make make)
+        : type(lastingType(of)), value(make()), hash_(of.hash_code()) {}
+
+    const TypeInfo type;
+    Value value;
+
+  private:
+    friend class DomainMap;
+    const std::size_t hash_;
+    std::atomic<bool> open_{true};
+    std::atomic<Domain*> next_{nullptr};
   };
 
+  DomainMap() { grow(); }
+
   /// The value of a type; null when there is none.
-  std::shared_ptr<Value> find(const std::type_info& type) const {
-    const std::shared_lock lock(mutex_);
-    const auto found = values_.find(TypeInfo(type));
-    return found != values_.end() ? found->second : nullptr;
+  Value* find(const std::type_info& type) const noexcept {
+    Domain* const domain = look(type);
+    return domain != nullptr ? &domain->value : nullptr;
   }
 
   /// The value of a type, made by `make()` on first use.
   template <class Make>
-  std::shared_ptr<Value> obtain(const std::type_info& type, Make make) {
-    if (std::shared_ptr<Value> value = find(type)) {
-      return value;
+  Value& obtain(const std::type_info& type, Make make) {
+    if (Value* value = find(type)) {
+      return *value;
     }
     const std::lock_guard lock(mutex_);
-    const auto found = values_.find(TypeInfo(type));
-    if (found != values_.end()) {
-      return found->second;
+    if (Value* value = find(type)) {
+      return *value;
     }
-    order_.reserve(order_.size() + 1);
-    std::shared_ptr<Value> value = values_.emplace(TypeInfo(type), make()).first->second;
-    order_.push_back({TypeInfo(type), value});
-    return value;
+    if (2 * (domains_.size() + 1) > tables_.back()->slots.size()) {
+      grow();
+    }
+    Domain& domain = *domains_.emplace_back(std::make_unique<Domain>(type, make));
+    enter(*tables_.back(), domain);
+    Domain* const last = last_.load(std::memory_order_relaxed);
+    (last != nullptr ? last->next_ : first_).store(&domain, std::memory_order_release);
+    last_.store(&domain, std::memory_order_release);
+    return domain.value;
   }
 
-  /// All domains as they are now; what is added later is not among them.
-  std::vector<Domain> all() const {
-    const std::shared_lock lock(mutex_);
-    return order_;
+  /// Visits the domains as they are now, in the order of their first use, until a visit returns
+  /// true; what is added meanwhile is not among them. Returns whether one did.
+  template <class Visit>
+  bool any(Visit visit) const {
+    const Domain* const last = last_.load(std::memory_order_acquire);
+    if (last == nullptr) {
+      return false;
+    }
+    for (Domain* domain = first_.load(std::memory_order_acquire);;
+         domain = domain->next_.load(std::memory_order_acquire)) {
+      if (domain->open_.load(std::memory_order_acquire) && visit(*domain)) {
+        return true;
+      }
+      if (domain == last) {
+        return false;
+      }
+    }
   }
 
-  /// Takes the value of a type out; empty when there is none.
-  std::shared_ptr<Value> take(const std::type_info& type) {
-    const std::lock_guard lock(mutex_);
-    const auto found = values_.find(TypeInfo(type));
-    if (found == values_.end()) {
-      return nullptr;
-    }
-    std::shared_ptr<Value> value = std::move(found->second);
-    values_.erase(found);
-    std::erase_if(order_, [&](const Domain& domain) { return domain.value == value; });
-    return value;
+  /// Visits all domains.
+  template <class Visit>
+  void each(Visit visit) const {
+    any([&](Domain& domain) {
+      visit(domain);
+      return false;
+    });
+  }
+
+  /// Takes a type out, so that its value is not found any more; null when there is none.
+  Value* take(const std::type_info& type) noexcept {
+    Domain* const domain = look(type);
+    return domain != nullptr && domain->open_.exchange(false) ? &domain->value : nullptr;
   }
 
 private:
-  mutable std::shared_mutex mutex_;
-  std::unordered_map<TypeInfo, std::shared_ptr<Value>> values_;
-  std::vector<Domain> order_;
+  /// Open addressing; never more than half full.
+  struct Table {
+    explicit Table(std::size_t size) : slots(size) {}
+    std::vector<std::atomic<Domain*>> slots;
+  };
+
+  Domain* look(const std::type_info& type) const noexcept {
+    const std::size_t hash = type.hash_code();
+    const Table& table = *table_.load(std::memory_order_acquire);
+    for (std::size_t place = hash;; ++place) {
+      Domain* const domain =
+          table.slots[place & (table.slots.size() - 1)].load(std::memory_order_acquire);
+      if (domain == nullptr) {
+        return nullptr;
+      }
+      if (domain->hash_ == hash && domain->open_.load(std::memory_order_acquire) &&
+          domain->type == type) {
+        return domain;
+      }
+    }
+  }
+
+  static void enter(Table& table, Domain& domain) noexcept {
+    std::size_t place = domain.hash_;
+    while (table.slots[place & (table.slots.size() - 1)].load(std::memory_order_relaxed)) {
+      ++place;
+    }
+    table.slots[place & (table.slots.size() - 1)].store(&domain, std::memory_order_release);
+  }
+
+  void grow() {
+    auto table = std::make_unique<Table>(tables_.empty() ? 4 : 2 * tables_.back()->slots.size());
+    for (const auto& domain : domains_) {
+      if (domain->open_.load(std::memory_order_relaxed)) {
+        enter(*table, *domain);
+      }
+    }
+    table_.store(tables_.emplace_back(std::move(table)).get(), std::memory_order_release);
+  }
+
+  std::atomic<Table*> table_{nullptr};
+  std::atomic<Domain*> first_{nullptr};
+  std::atomic<Domain*> last_{nullptr};
+
+  std::mutex mutex_; // guards what follows
+  std::vector<std::unique_ptr<Domain>> domains_;
+  std::vector<std::unique_ptr<Table>> tables_;
 };
 
 } // namespace Tolvane::detail

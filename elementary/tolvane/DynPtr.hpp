@@ -70,6 +70,11 @@ struct PointerAccess {
   static T* target(const DynPtr<T, Base>& pointer) noexcept {
     return pointer.target_.get();
   }
+
+  template <class T, class Base>
+  static void releaseStrong(Referer& referer) noexcept {
+    DynPtr<T, Base>::releaseStrong(referer);
+  }
 };
 
 /// The release of what was found to be the last strong pointer, without its hold on the record.

@@ -3,7 +3,8 @@
 #include <tolvane/StrongPtr.hpp>
 
 /// @file
-/// A look at the object of a weak pointer that keeps it alive meanwhile.
+/// A look at the object of a pointer that keeps it alive meanwhile. Internal to the library, not
+/// installed.
 ///
 /// @code
 /// const Tolvane::detail::Held<Creature> creator(weak);
@@ -15,30 +16,63 @@ namespace Tolvane::detail {
 /// Holds an object that somebody holds already, and merely refers to one that nobody holds: a
 /// strong pointer to that one would destroy it in the end. So objects on the stack can be looked
 /// at as well; for those the caller of the library sees to it that they live.
+///
+/// Nothing is waited for while an entry of a queue is held: its creator may die meanwhile, and who
+/// comes across the entry then takes it for one whose creator forgot it.
 template <class T, class Base = T>
 class Held {
 public:
-  explicit Held(const WeakPtr<T, Base>& pointer) {
+  /// Holds nothing.
+  Held() noexcept = default;
+
+  explicit Held(const DynPtr<T, Base>& pointer) noexcept {
+    Referer* const record = PointerAccess::referer(pointer);
+    if (record == nullptr) {
+      return;
+    }
     do {
-      hold_ = StrongPtr<T, Base>::holdIfHeld(pointer);
-      if (hold_ != nullptr || pointer.strongCount() == 0) {
+      if (record->lock(1) == Referer::Raise::Done) {
+        record_ = record;
         object_ = pointer.get();
         return;
       }
       // Again where the first strong pointer of all came between the two looks.
-    } while (pointer.strongCount() > 0);
+    } while (record->counts().strong > 0 && record->counts().strong < Referer::MaxCount);
+    object_ = pointer.get();
+  }
+
+  Held(const Held&) = delete;
+  Held& operator=(const Held&) = delete;
+
+  Held(Held&& other) noexcept { swap(other); }
+  Held& operator=(Held&& other) noexcept {
+    Held(std::move(other)).swap(*this);
+    return *this;
+  }
+
+  ~Held() {
+    if (record_ != nullptr) {
+      PointerAccess::releaseStrong<T, Base>(*record_);
+    }
   }
 
   /// The object; null when it is gone.
   T* get() const noexcept { return object_; }
   explicit operator bool() const noexcept { return object_ != nullptr; }
 
-  T& operator*() const { return object_ != nullptr ? *object_ : *hold_; }
-  /// The object; the report and the exception of an empty pointer when it is gone.
-  T* operator->() const { return object_ != nullptr ? object_ : hold_.operator->(); }
+  /// Whether a strong pointer held the object already, so that it is held now.
+  bool owned() const noexcept { return record_ != nullptr; }
+
+  T& operator*() const noexcept { return *object_; }
+  T* operator->() const noexcept { return object_; }
+
+  void swap(Held& other) noexcept {
+    std::swap(record_, other.record_);
+    std::swap(object_, other.object_);
+  }
 
 private:
-  StrongPtr<T, Base> hold_;
+  Referer* record_ = nullptr;
   T* object_ = nullptr;
 };
 

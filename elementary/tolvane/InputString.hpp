@@ -28,6 +28,10 @@
 
 namespace Pelko {
 
+namespace detail {
+class TokenReader;
+}
+
 /// Reads a text from front to back and counts the lines and columns it passes.
 ///
 /// The text may hold any byte, NUL included. Whatever operation consumes a character, a line feed
@@ -84,6 +88,8 @@ protected:
   virtual void newline(unsigned long long position);
 
 private:
+  friend class detail::TokenReader;
+
   char advance();
   std::string::size_type lineStart() const noexcept;
 

@@ -75,8 +75,9 @@ public:
   /// @throws std::bad_alloc when there is no memory for the slot.
   void addInterface(const StrongPtr<InterfaceBase>& ip) const;
 
-  /// Makes sure that there is a slot for `type`, and empties it. The reference is good until the
-  /// slot is removed. @throws std::bad_alloc when there is no memory for the slot.
+  /// Makes sure that there is a slot for `type`, and empties it; what the destructor of the old
+  /// occupant puts there stays. The reference is good until the slot is removed. @throws
+  /// std::bad_alloc when there is no memory for the slot.
   StrongPtr<InterfaceBase>& registerInterface(const std::type_info& type);
 
   /// The interface filed under `type`, made by createInterface() where the slot is empty. Empty

@@ -1,10 +1,14 @@
 #include <tolvane/StreamString.hpp>
 
+#include <algorithm>
+#include <array>
 #include <cstdint>
+#include <cstring>
 #include <limits>
 #include <optional>
 #include <stdexcept>
 #include <string_view>
+#include <utility>
 
 namespace Pelko {
 
@@ -12,45 +16,144 @@ const char StreamString::non_identifier_characters[14] = "=#<>@?, !\r\t\n\"";
 
 namespace {
 
-struct Substitution {
-  std::string_view from;
-  std::string_view to;
+/// A set of bytes that is asked about many times. It also knows what a reader cannot just run over.
+class ByteSet {
+public:
+  explicit constexpr ByteSet(std::string_view bytes) {
+    kinds_[0] = kinds_['\n'] = Kind::Stops;
+    for (const char c : bytes)
+      kinds_[static_cast<unsigned char>(c)] = Kind::In;
+  }
+  constexpr bool has(char c) const { return kinds_[static_cast<unsigned char>(c)] == Kind::In; }
+  /// True also for a line feed and a NUL.
+  constexpr bool stops(char c) const { return kinds_[static_cast<unsigned char>(c)] != Kind::Out; }
+
+private:
+  enum class Kind : unsigned char { Out, Stops, In };
+  std::array<Kind, 256> kinds_{};
 };
 
-// In the order in which they are applied.
-constexpr Substitution escapes[] = {{"=", "_"},        {">", "_"},       {"-", "\x10_"},
-                                    {"(", "_"},        {")", "_"},       {" ", "\x10\x10"},
-                                    {",", "\x10\x11"}, {".", "\x10\x12"}};
-constexpr Substitution reverses[] = {
-    {"\x10_", "-"}, {"\x10\x10", " "}, {"\x10\x11", ","}, {"\x10\x12", "."}};
+constexpr std::string_view usualBytes = "=#<>@?, !\r\t\n\"";
+constexpr ByteSet usualSet(usualBytes);
 
-std::string replaceAll(const std::string& s, const Substitution& substitution) {
-  std::string result;
-  std::size_t begin = 0;
-  for (auto hit = s.find(substitution.from); hit != std::string::npos;
-       hit = s.find(substitution.from, begin)) {
-    result.append(s, begin, hit - begin).append(substitution.to);
-    begin = hit + substitution.from.size();
-  }
-  return result.append(s, begin);
+/// The set of a caller's bytes, which is there already for the usual ones.
+class GivenSet {
+public:
+  explicit GivenSet(const std::string& bytes)
+      : set_(bytes == usualBytes ? usualSet : own_.emplace(bytes)) {}
+  const ByteSet& operator*() const { return set_; }
+
+private:
+  std::optional<ByteSet> own_;
+  const ByteSet& set_;
+};
+
+/// What encodeEscaped() writes for a byte, after a DLE or by itself.
+struct Escape {
+  bool withDle = false;
+  char byte = '\0';
+};
+
+// The substitutions can be made in one pass, because none of them finds what another one wrote.
+constexpr auto escapes = [] {
+  std::array<Escape, 256> table;
+  for (std::size_t byte = 0; byte < table.size(); ++byte)
+    table[byte].byte = static_cast<char>(byte);
+  for (const char lost : {'=', '>', '(', ')'})
+    table[static_cast<unsigned char>(lost)].byte = '_';
+  table['-'] = {true, '_'};
+  table[' '] = {true, StreamString::DLE};
+  table[','] = {true, '\x11'};
+  table['.'] = {true, '\x12'};
+  return table;
+}();
+
+const Escape& escapeOf(char c) {
+  return escapes[static_cast<unsigned char>(c)];
 }
 
-std::string readDelimited(input_string& in, char open, char close) {
-  std::string token;
-  std::uint64_t depth = 0;
-  in.get();
-  for (auto next = in.get(); next.first; next = in.get()) {
-    const char c = next.second;
-    if (depth == 0 && c == close)
-      break;
-    token += c;
-    if (c == open)
-      ++depth;
-    else if (c == close)
-      --depth;
-  }
-  return token;
+/// Whether none of eight bytes is below 64, as all bytes that escapes change are.
+bool allAbove63(const char* bytes) {
+  std::uint64_t word = 0;
+  std::memcpy(&word, bytes, sizeof word);
+  return ((word | word >> 1) & 0x4040404040404040) == 0x4040404040404040;
 }
+
+} // namespace
+
+namespace detail {
+
+/// Reads tokens in runs: what ends none of them and is no line feed, whose hook may do anything to
+/// the text's cursor, is taken over in one step.
+class TokenReader {
+public:
+  explicit TokenReader(input_string& in) : in_(in) {}
+
+  void delimited(char open, char close, std::string& token) {
+    const auto stops = [=](char c) { return c == open || c == close || c == '\n' || c == '\0'; };
+    std::uint64_t depth = 0;
+    take();
+    for (takeRun(stops, token); !in_.atEnd(); takeRun(stops, token)) {
+      const char c = take();
+      if (depth == 0 && c == close)
+        return;
+      token += c;
+      if (c == open)
+        ++depth;
+      else if (c == close)
+        --depth;
+    }
+  }
+
+  void bare(const std::string& terminators, std::string& token) {
+    const GivenSet given(terminators);
+    const ByteSet& ends = *given;
+    const auto stops = [&](char c) { return ends.stops(c); };
+    for (takeRun(stops, token); !in_.atEnd(); takeRun(stops, token)) {
+      const char c = next();
+      if (c == '\0' || ends.has(c)) {
+        if (token.empty())
+          take();
+        return;
+      }
+      token += c;
+      take();
+    }
+  }
+
+private:
+  /// The next byte; a NUL at the end.
+  char next() const { return in_.text_[static_cast<std::size_t>(in_.position_)]; }
+
+  char take() {
+    const char c = next();
+    if (c == '\n') {
+      in_.advance();
+    } else {
+      ++in_.position_;
+      ++in_.column_;
+    }
+    return c;
+  }
+
+  /// Appends what comes before the next byte that `stops`, as a line feed and a NUL do.
+  template <class Stops>
+  void takeRun(Stops stops, std::string& token) {
+    const char* const begin = in_.text_.data() + in_.position_;
+    const char* end = begin; // a NUL follows the text
+    while (!stops(*end))
+      ++end;
+    token.append(begin, end);
+    in_.position_ += static_cast<std::size_t>(end - begin);
+    in_.column_ += static_cast<std::uint32_t>(end - begin);
+  }
+
+  input_string& in_;
+};
+
+} // namespace detail
+
+namespace {
 
 // A byte counts only when another one follows it: the token that ends with the text is not found.
 std::optional<std::string> readLength(input_string& in) {
@@ -72,35 +175,22 @@ std::optional<std::string> readLength(input_string& in) {
   return token;
 }
 
-std::string readBare(input_string& in, const std::string& terminators) {
-  std::string token;
-  for (auto next = in.peek(); next.first; next = in.peek()) {
-    const char c = next.second;
-    if (c == '\0' || terminators.find(c) != std::string::npos) {
-      if (token.empty())
-        in.get();
-      break;
-    }
-    token += c;
-    in.get();
-  }
-  return token;
-}
-
-std::string readDetected(input_string& in, char first, const std::string& terminators) {
+void readDetected(input_string& in, char first, const std::string& terminators,
+                  std::string& token) {
+  detail::TokenReader reader(in);
   switch (first) {
   case '[':
-    return readDelimited(in, '[', ']');
+    return reader.delimited('[', ']', token);
   case '{':
-    return readDelimited(in, '{', '}');
+    return reader.delimited('{', '}', token);
   case '(':
-    return readDelimited(in, '(', ')');
+    return reader.delimited('(', ')', token);
   case StreamString::STX:
-    return readDelimited(in, StreamString::STX, StreamString::ETX);
+    return reader.delimited(StreamString::STX, StreamString::ETX, token);
   case '"':
-    return readDelimited(in, '"', '"');
+    return reader.delimited('"', '"', token);
   default:
-    return readBare(in, terminators);
+    return reader.bare(terminators, token);
   }
 }
 
@@ -125,40 +215,87 @@ std::string StreamString::encodeCtrlChar(const std::string& s) {
 std::string StreamString::encodeIdentifier(const std::string& s, const std::string& specials) {
   if (s.empty())
     return "\"\"";
-  if (s.find_first_of(specials) == std::string::npos)
+  const GivenSet set(specials);
+  if (std::ranges::none_of(s, [&](char c) { return (*set).has(c); }))
     return s;
-  if (s.find_first_of("\t\n\r\"") != std::string::npos)
-    return encodeCtrlChar(s);
-  return '"' + s + '"';
+  constexpr ByteSet framing("\t\n\r\"");
+  const bool framed = std::ranges::any_of(s, [&](char c) { return framing.has(c); });
+  std::string token;
+  token.reserve(s.size() + 2);
+  token += framed ? STX : '"';
+  token += s;
+  return token += framed ? ETX : '"';
 }
 
 std::string StreamString::encodeEscaped(const std::string& s) {
-  std::string result = s;
-  for (const Substitution& escape : escapes)
-    result = replaceAll(result, escape);
+  const char* const end = s.data() + s.size();
+  const char* at = s.data();
+  while (end - at >= 8 && allAbove63(at))
+    at += 8;
+  const auto unchanged = static_cast<std::size_t>(at - s.data());
+  std::size_t added = 0;
+  for (const char* c = at; c != end; ++c)
+    added += escapeOf(*c).withDle ? 1U : 0U;
+  std::string result(s.size() + added, DLE);
+  s.copy(result.data(), unchanged);
+  char* out = result.data() + unchanged;
+  for (; at != end; ++at) {
+    const Escape& escape = escapeOf(*at);
+    out += escape.withDle ? 1U : 0U; // over a DLE that is there
+    *out++ = escape.byte;
+  }
   return result;
 }
 
+// The reverse substitutions in one pass. They differ from a left-to-right reading of pairs only
+// where several DLE stand side by side: a "_" takes the last one of them before they pair up.
 std::string StreamString::decodeEscaped(const std::string& s) {
-  std::string result = s;
-  for (const Substitution& reverse : reverses)
-    result = replaceAll(result, reverse);
+  std::string result;
+  result.reserve(s.size());
+  for (std::size_t at = 0; at < s.size();) {
+    const std::size_t dle = std::min(s.find(DLE, at), s.size());
+    result.append(s, at, dle - at);
+    at = std::min(s.find_first_not_of(DLE, dle), s.size());
+    std::size_t count = at - dle;
+    const char next = at < s.size() ? s[at] : '\0';
+    const bool minus = count > 0 && next == '_';
+    count -= minus ? 1 : 0;
+    result.append(count / 2, ' ');
+    const bool odd = count % 2 != 0;
+    if (minus || (odd && (next == '\x11' || next == '\x12')))
+      ++at;
+    if (odd && !minus && (next == '\x11' || next == '\x12'))
+      result += next == '\x11' ? ',' : '.';
+    else if (odd)
+      result += DLE;
+    if (minus)
+      result += '-';
+  }
   return result;
 }
 
 std::pair<bool, std::string> StreamString::decodeIdentifier(input_string& in, char open, char close,
                                                             const std::string& terminators,
                                                             bool flag) {
-  const auto [there, first] = in.peek();
-  if (!there)
-    return {false, {}};
+  std::pair<bool, std::string> answer{!in.atEnd(), {}};
+  auto& [found, token] = answer;
+  if (!found)
+    return answer;
+  const char first = in.peek().second;
   if (first == ENQ) {
-    auto token = readLength(in);
-    return {token.has_value(), token ? std::move(*token) : std::string()};
+    std::optional<std::string> read = readLength(in);
+    found = read.has_value();
+    if (found)
+      token.swap(*read);
+    return answer;
   }
-  std::string token =
-      open == ENQ ? readDetected(in, first, terminators) : readDelimited(in, open, close);
-  return {true, flag ? decodeEscaped(token) : std::move(token)};
+  if (open == ENQ)
+    readDetected(in, first, terminators, token);
+  else
+    detail::TokenReader(in).delimited(open, close, token);
+  if (flag)
+    token = decodeEscaped(token);
+  return answer;
 }
 
 } // namespace Pelko

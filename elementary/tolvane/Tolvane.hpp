@@ -17,6 +17,7 @@
 #include <tolvane/CacheMap.hpp>
 #include <tolvane/CacheMultiQueue.hpp>
 #include <tolvane/CacheQueue.hpp>
+#include <tolvane/CacheStatistics.hpp>
 #include <tolvane/Cacheable.hpp>
 #include <tolvane/Chunk.hpp>
 #include <tolvane/ChunkBase.hpp>

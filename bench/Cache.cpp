@@ -1,0 +1,192 @@
+// The cache of data objects beside floors: what relinking costs without and with mutexes.
+#include "CacheBench.hpp"
+
+#include <tolvane/Cache.hpp>
+#include <tolvane/Creature.hpp>
+
+#include <mutex>
+
+namespace {
+
+using namespace Tolvane;
+
+class Item : public Cacheable {
+public:
+  explicit Item(const std::type_info& domain) : domain_(domain) {}
+  memsize_t memsize() const override { return bench::Charge; }
+  const std::type_info& DomainType() const override { return domain_; }
+
+private:
+  const std::type_info& domain_;
+};
+
+/// Gives its item up without destroying it: to make and destroy objects is not what is measured.
+class Maker : public Creature {
+public:
+  Maker(const WeakPtr<Cache, CacheBase>& cache, const std::type_info& domain)
+      : Creature(cache), item_(new Item(domain)) {}
+  StrongPtr<Cacheable> getCacheable() const override { return item_; }
+  int release() override {
+    item_->leaveQueue();
+    return 2;
+  }
+  Item& item() const { return *item_; }
+
+private:
+  StrongPtr<Item, Cacheable> item_;
+};
+
+template <int N>
+struct Tag {};
+
+template <int... N>
+std::vector<const std::type_info*> tags(std::integer_sequence<int, N...>) {
+  return {&typeid(Tag<N>)...};
+}
+
+const std::vector<const std::type_info*>& tags() {
+  static const auto& all = *new auto(tags(std::make_integer_sequence<int, 1000>()));
+  return all;
+}
+
+/// Keys go to the domains in stripes when `Stripes`, for one domain per thread, else in turns.
+template <std::uint32_t Domains, bool Stripes = false>
+class Tolvanes {
+public:
+  Tolvanes(std::uint32_t capacity, std::uint32_t objects)
+      : cache_(new Cache(capacity * bench::Charge, "bench")) {
+    for (std::uint32_t key = 0; key < objects; ++key) {
+      const std::uint32_t domain = Stripes ? key / (objects / Domains) : key % Domains;
+      StrongPtr<Maker, Creature> maker = new Maker(cache_, *tags()[domain]);
+      maker->item().setCreator(maker->self());
+      items_.push_back(&maker->item());
+      makers_.push_back(std::move(maker));
+    }
+  }
+  ~Tolvanes() {
+    for (Item* item : items_) {
+      item->leaveQueue();
+      item->setCreator(nullptr);
+    }
+  }
+  void insert(std::uint32_t key) { cache_->insert(items_[key]->self(), false); }
+  void touch(std::uint32_t key) { items_[key]->markAsUsed(); }
+  void touchByCache(std::uint32_t key) { cache_->touch(items_[key]->self()); }
+  void erase(std::uint32_t key) { items_[key]->leaveQueue(); }
+
+private:
+  StrongPtr<Cache, CacheBase> cache_;
+  std::vector<StrongPtr<Maker, Creature>> makers_;
+  std::vector<Item*> items_;
+};
+
+struct TouchedByCache : Tolvanes<1> {
+  using Tolvanes<1>::Tolvanes;
+  void touch(std::uint32_t key) { touchByCache(key); }
+};
+
+/// A ring of nodes, newest first, as bare as it can be. Mutexes in this order: the queue's, the
+/// node's, the ring's.
+template <int Mutexes>
+class Ring {
+public:
+  Ring(std::uint32_t capacity, std::uint32_t objects) : capacity_(capacity), nodes_(objects) {}
+
+  void insert(std::uint32_t key) {
+    [[maybe_unused]] const Guard<(Mutexes > 0)> queue(mutex_);
+    if (size_ == capacity_) {
+      Node& oldest = *anchor_.next;
+      [[maybe_unused]] const Guard<(Mutexes > 1)> own(oldest.mutex);
+      [[maybe_unused]] const Guard<(Mutexes > 2)> ring(anchor_.mutex);
+      unlink(oldest);
+      --size_;
+    }
+    Node& node = nodes_[key];
+    [[maybe_unused]] const Guard<(Mutexes > 1)> own(node.mutex);
+    [[maybe_unused]] const Guard<(Mutexes > 2)> ring(anchor_.mutex);
+    link(node);
+    ++size_;
+  }
+  void touch(std::uint32_t key) {
+    [[maybe_unused]] const Guard<(Mutexes > 0)> queue(mutex_);
+    Node& node = nodes_[key];
+    [[maybe_unused]] const Guard<(Mutexes > 1)> own(node.mutex);
+    [[maybe_unused]] const Guard<(Mutexes > 2)> ring(anchor_.mutex);
+    unlink(node);
+    link(node);
+  }
+  void erase(std::uint32_t key) {
+    unlink(nodes_[key]);
+    --size_;
+  }
+
+private:
+  struct Node {
+    Node* next = this;
+    Node* prev = this;
+    std::mutex mutex;
+    char rest[128]; // an object of its own size
+  };
+  struct NoGuard {
+    explicit NoGuard(std::mutex&) {}
+  };
+  template <bool Locks>
+  using Guard = std::conditional_t<Locks, std::lock_guard<std::mutex>, NoGuard>;
+
+  static void unlink(Node& node) {
+    node.next->prev = node.prev;
+    node.prev->next = node.next;
+    node.next = node.prev = &node;
+  }
+  void link(Node& node) {
+    node.next = &anchor_;
+    node.prev = anchor_.prev;
+    node.prev->next = &node;
+    anchor_.prev = &node;
+    benchmark::ClobberMemory();
+  }
+
+  Node anchor_;
+  std::mutex mutex_;
+  std::uint32_t capacity_;
+  std::uint32_t size_ = 0;
+  std::vector<Node> nodes_;
+};
+
+/// Insertions in turns into domains of one cache: with room for all, or evicting one each.
+template <std::uint32_t Domains>
+void addDomains() {
+  using Contestant = Tolvanes<Domains>;
+  constexpr std::uint32_t Entries = 10'000;
+  const std::string number = std::to_string(Domains);
+  const std::string fitting = "insert into domains/" + number + "/tolvane";
+  bench::add(fitting, [=](benchmark::State& state) {
+    auto& cache = bench::setUp<Contestant>(state, fitting, Entries * 2, Entries, Entries).cache;
+    std::uint32_t key = 0;
+    for (auto _ : state) {
+      cache.insert(key);
+      key = key + 1 < Entries ? key + 1 : 0;
+    }
+  });
+  bench::insertEvicting<Contestant>("insert into domains that evicts/" + number, "tolvane", Entries,
+                                    1);
+}
+
+[[maybe_unused]] const bool added = [] {
+  bench::addCache<Tolvanes<1>>("tolvane");
+  for (const std::uint32_t entries : {1'000U, 100'000U, 1'000'000U}) {
+    bench::insertEvicting<Tolvanes<2, true>>("insert that evicts one", "tolvane, two domains",
+                                             entries, 2);
+    bench::touchEntries<TouchedByCache>("tolvane, Cache::touch", entries, 1);
+  }
+  addDomains<1>();
+  addDomains<10>();
+  addDomains<100>();
+  addDomains<1000>();
+  bench::addCache<Ring<0>>("floor, no lock", false);
+  bench::addCache<Ring<1>>("floor, one mutex");
+  bench::addCache<Ring<3>>("floor, three mutexes");
+  return true;
+}();
+
+} // namespace

@@ -1,0 +1,83 @@
+#pragma once
+
+#include "Bench.hpp"
+
+#include <chrono>
+#include <cstdlib>
+
+/// @file
+/// The work of the dictionaries: a word list is inserted, asked for words that are in it and words
+/// that are not, and walked over. Times are per word. A contestant has
+///   insert(word), bool has(word) const, std::size_t walk() const   the number of letters it saw
+
+namespace bench {
+
+/// The bytes that the process got from the system, for the size of what is too big for anything
+/// else.
+std::size_t residentBytes();
+
+/// Times whole rounds over the word list, each by itself.
+template <class Round>
+void addRounds(const std::string& name, int rounds, Round round) {
+  benchmark::RegisterBenchmark(name.c_str(),
+                               [=](benchmark::State& state) {
+                                 for (auto _ : state) {
+                                   const std::chrono::duration<double> lasted = round();
+                                   state.SetIterationTime(lasted.count() /
+                                                          static_cast<double>(words().size()));
+                                 }
+                               })
+      ->UseManualTime()
+      ->Iterations(rounds);
+}
+
+template <class Contestant>
+std::shared_ptr<Contestant> filled() {
+  auto made = std::make_shared<Contestant>();
+  for (const std::string& word : words()) {
+    made->insert(word);
+  }
+  return made;
+}
+
+template <class Contestant>
+void addLexicon(const std::string& name, bool growing = true) {
+  using Clock = std::chrono::steady_clock;
+  const auto lookUp = [=](bool there) {
+    return [=](benchmark::State& state) {
+      const Contestant& in = kept<Contestant>("lexicon " + name, &filled<Contestant>);
+      std::vector<std::string> asked = words();
+      for (std::string& word : asked) {
+        if (!there) {
+          word.back() = '~';
+        }
+      }
+      std::size_t at = 0;
+      for (auto _ : state) {
+        if (in.has(asked[at]) != there) {
+          std::abort();
+        }
+        at = at + 1 < asked.size() ? at + 1 : 0;
+      }
+    };
+  };
+  if (growing) {
+    addRounds("words, insert/" + name, 3, [] {
+      const auto before = Clock::now();
+      const auto made = filled<Contestant>();
+      return Clock::now() - before;
+    });
+  }
+  add("words, hit/" + name, lookUp(true));
+  add("words, miss/" + name, lookUp(false));
+  addRounds("words, walk/" + name, 5, [=] {
+    const Contestant& in = kept<Contestant>("lexicon " + name, &filled<Contestant>);
+    const auto before = Clock::now();
+    if (in.walk() == 0) {
+      std::abort();
+    }
+    return Clock::now() - before;
+  });
+}
+
+} // namespace bench

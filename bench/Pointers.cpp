@@ -1,0 +1,131 @@
+// Our pointers and those of the standard library, beside floors.
+#include "PointersBench.hpp"
+
+#include <tolvane/StrongPtr.hpp>
+
+#include <atomic>
+#include <memory>
+
+namespace {
+
+using bench::Payload;
+
+struct Ours {
+  struct Object : Tolvane::ReferenceBase<Object>, Payload {};
+  using Strong = Tolvane::StrongPtr<Object>;
+  using Weak = Tolvane::WeakPtr<Object>;
+  static Strong make() { return new Object; }
+  static Weak weak(const Strong& strong) { return strong; }
+  static Strong lock(const Weak& weak) { return weak.lock(); }
+};
+
+struct Polymorphic : Payload {
+  virtual ~Polymorphic() = default;
+};
+
+struct Standard {
+  using Strong = std::shared_ptr<Polymorphic>;
+  static Strong make() { return std::make_shared<Polymorphic>(); }
+  static std::weak_ptr<Polymorphic> weak(const Strong& strong) { return strong; }
+  static Strong lock(const std::weak_ptr<Polymorphic>& weak) { return weak.lock(); }
+};
+
+struct FromNew : Standard {
+  static Strong make() { return Strong(new Polymorphic); }
+};
+
+/// One read-modify-write to copy and one to drop, with what else a pointer of ours has to do:
+/// nothing, or to draw a serial.
+template <bool Serial>
+struct Floor {
+  struct Object : Polymorphic {
+    std::atomic<std::uint64_t> count{1};
+  };
+  class Strong {
+  public:
+    explicit Strong(Object* object) : object_(object) { draw(); }
+    Strong(const Strong& other) : object_(other.object_) {
+      object_->count.fetch_add(1);
+      draw();
+    }
+    Strong(Strong&& other) noexcept : object_(std::exchange(other.object_, nullptr)) { draw(); }
+    Strong& operator=(Strong&& other) noexcept {
+      std::swap(object_, other.object_);
+      return *this;
+    }
+    ~Strong() {
+      if (object_ != nullptr && object_->count.fetch_sub(1) == 1) {
+        delete object_;
+      }
+    }
+    Object* operator->() const { return object_; }
+
+  private:
+    void draw() {
+      if constexpr (Serial) {
+        serial_ = Tolvane::nextPointerID();
+      }
+    }
+    std::uint64_t serial_ = 0;
+    Object* object_;
+  };
+  static Strong make() { return Strong(new Object); }
+};
+
+template <class Object>
+void makeAndDestroy(benchmark::State& state) {
+  for (auto _ : state) {
+    Object* object = new Object;
+    benchmark::DoNotOptimize(object);
+    delete object;
+  }
+}
+
+struct TwoBlocks : Polymorphic {
+  std::unique_ptr<std::uint64_t[]> record{new std::uint64_t[2]{1, 1}};
+};
+
+/// What a checked access looks at: the record behind the pointer, and the object behind that.
+struct TwoHops {
+  struct Object : Payload {};
+  struct Record {
+    std::unique_ptr<Object> object = std::make_unique<Object>();
+  };
+  struct Strong {
+    std::unique_ptr<Record> record = std::make_unique<Record>();
+    Object* operator->() const { return record->object.get(); }
+  };
+  static Strong make() { return {}; }
+};
+
+[[maybe_unused]] const bool added = [] {
+  bench::addStrong<Ours>("tolvane");
+  bench::addWeak<Ours>("tolvane");
+  bench::addStrong<Standard>("std::shared_ptr, make_shared");
+  bench::addWeak<Standard>("std::shared_ptr, make_shared");
+  bench::add("make and destroy/std::shared_ptr from new", [](benchmark::State& state) {
+    for (auto _ : state) {
+      auto made = FromNew::make();
+      benchmark::DoNotOptimize(made);
+    }
+  });
+  bench::addStrong<Floor<false>>("floor, atomic steps");
+  bench::addStrong<Floor<true>>("floor, with the serial");
+  bench::overObjects<Floor<false>>("weak to strong and drop", "floor, atomic steps", bench::Objects,
+                                   1, [](auto& pointer) {
+                                     auto other = pointer;
+                                     benchmark::DoNotOptimize(other);
+                                   });
+  bench::overObjects<TwoHops>("checked access", "floor, two hops", bench::Objects, 1,
+                              [](auto& pointer) {
+                                benchmark::DoNotOptimize(pointer->values[0]);
+                                benchmark::ClobberMemory();
+                              });
+  bench::add("make and destroy/floor, one block", makeAndDestroy<Polymorphic>);
+  bench::add("make and destroy/floor, two blocks", makeAndDestroy<TwoBlocks>);
+  bench::note("object with its record", sizeof(Ours::Object) - sizeof(Payload) + 16);
+  bench::note("pointer", sizeof(Ours::Strong));
+  return true;
+}();
+
+} // namespace

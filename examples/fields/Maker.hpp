@@ -38,6 +38,7 @@ private:
     const bool again = madeBefore_;
     Workshop::Job job(workshop_);
     const Pointer made = make();
+    made->setName(this->provenancePath());
     madeBefore_ = true;
     if (again) {
       job.wasAgain(made->memsize());

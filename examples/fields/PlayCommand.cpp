@@ -101,7 +101,7 @@ void compareCommand(const Options& options, const ProgressBarPtr& progress) {
     if (results.back().digests != results.front().digests ||
         results.back().sheet.colours != results.front().sheet.colours) {
       throw Refusal("the pictures with " + bytesText(budget) + " differ from those with " +
-                    bytesText(results.front().budget) + "; has the file changed meanwhile?");
+                    bytesText(results.front().cache.limit) + "; has the file changed meanwhile?");
     }
   }
   savePicture(prefix + "-compare" + extension, compareChart(results), "time against budget");

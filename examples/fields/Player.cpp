@@ -85,9 +85,8 @@ PlayResult Player::play(const CachePtr& cache, bool listing) {
   reel.useMap(*range_);
   ContactSheet sheet(plan_.first, plan_.last);
   PlayResult result;
-  result.budget = cache->limit();
   result.digests.resize(reel.frames());
-  const std::string work = "playing with " + bytesText(result.budget);
+  const std::string work = "playing with " + bytesText(cache->limit());
   progress_->setWork(work);
   const std::size_t all = plan_.rounds * (plan_.last - plan_.first + 1);
   for (std::size_t number = 0; number < plan_.rounds; ++number) {
@@ -107,11 +106,8 @@ PlayResult Player::play(const CachePtr& cache, bool listing) {
   result.seconds = workshop.seconds();
   result.madeAgain = workshop.madeAgain();
   result.samples = workshop.samples();
-  for (const Workshop::Sample& sample : result.samples) {
-    result.peakCounted = std::max(result.peakCounted, sample.bytes);
-  }
   result.peakProcess = peakProcessMemory();
-  result.cache = cacheFigures(*cache);
+  result.cache = cache->statistics();
   result.sheet = sheet.draw(reel.map());
   if (listing) {
     std::cout << std::flush;

@@ -1,6 +1,5 @@
 #pragma once
 
-#include "CacheFigures.hpp"
 #include "ContactSheet.hpp"
 #include "ProgressBar.hpp"
 #include "Reel.hpp"
@@ -27,10 +26,8 @@ struct PlayPlan {
 
 /// What came of a play.
 struct PlayResult {
-  Tolvane::memsize_t budget = 0;
-  Tolvane::memsize_t peakCounted = 0; ///< The most that the cache counted.
+  Tolvane::CacheStatistics cache;     ///< The figures of the cache at the end.
   Tolvane::memsize_t peakProcess = 0; ///< The most that the process had, from its beginning on.
-  CacheFigures cache;
   Workshop::MadeAgain madeAgain;
   std::size_t shown = 0;
   double seconds = 0;
@@ -38,7 +35,7 @@ struct PlayResult {
   std::vector<std::uint64_t> digests; ///< Of the pictures, frame by frame.
   Pixels sheet;
 
-  bool passedBudget() const { return peakCounted > budget; }
+  bool passedBudget() const { return cache.peak > cache.limit; }
 };
 
 /// Plays a selection of a dataset, under one budget after the other.

@@ -4,6 +4,8 @@
 #include "Options.hpp"
 #include "data/Axis.hpp"
 
+#include <tolvane/Typename.hpp>
+
 #include <iomanip>
 #include <ostream>
 #include <sstream>
@@ -38,21 +40,30 @@ std::string quoted(const std::string& text) {
 
 /// The columns of the table, for people.
 std::vector<std::pair<std::string, std::string>> columns(const PlayResult& result) {
-  return {{"budget", bytesText(result.budget)},
-          {"cache peak", bytesText(result.peakCounted)},
+  return {{"budget", bytesText(result.cache.limit)},
+          {"cache peak", bytesText(result.cache.peak)},
           {"process peak", bytesText(result.peakProcess)},
           {"shown", std::to_string(result.shown)},
-          {"hits", std::to_string(result.cache.hits)},
+          {"hits", std::to_string(result.cache.total.touched)},
           {"made again", std::to_string(result.madeAgain.count)},
           {"of bytes", bytesText(result.madeAgain.bytes)},
           {"in s", secondsText(result.madeAgain.seconds)},
-          {"refused", std::to_string(result.cache.refusals)},
+          {"refused", std::to_string(result.cache.total.refused)},
           {"seconds", secondsText(result.seconds)}};
 }
 
+void writeCounts(std::ostream& out, const Tolvane::CacheCounts& counts) {
+  out << "\"entries\": " << counts.entries << ", \"bytes\": " << counts.bytes
+      << ", \"inserted\": " << counts.inserted << ", \"hits\": " << counts.touched
+      << ", \"asked\": " << counts.asked << ", \"released\": " << counts.released
+      << ", \"not_now\": " << counts.temporary << ", \"never\": " << counts.kept
+      << ", \"evicted\": " << counts.evicted << ", \"evicted_bytes\": " << counts.evictedBytes
+      << ", \"refused\": " << counts.refused;
+}
+
 std::string passed(const PlayResult& result) {
-  return "the cache's peak of " + bytesText(result.peakCounted) + " passed the budget of " +
-         bytesText(result.budget);
+  return "the cache's peak of " + bytesText(result.cache.peak) + " passed the budget of " +
+         bytesText(result.cache.limit);
 }
 
 } // namespace
@@ -77,18 +88,25 @@ void writeJson(std::ostream& out, const std::string& file, const std::vector<Pla
   out << "{\n  \"file\": " << quoted(file) << ",\n  \"plays\": [";
   const char* separator = "\n";
   for (const PlayResult& result : results) {
-    out << separator << "    {\"budget\": " << result.budget
-        << ", \"peak_counted\": " << result.peakCounted
+    out << separator << "    {\"budget\": " << result.cache.limit
+        << ", \"peak_counted\": " << result.cache.peak
         << ", \"peak_process\": " << result.peakProcess
         << ", \"passed_budget\": " << (result.passedBudget() ? "true" : "false")
-        << ", \"shown\": " << result.shown << ",\n     \"entries\": " << result.cache.entries
-        << ", \"bytes\": " << result.cache.bytes << ", \"hits\": " << result.cache.hits
-        << ", \"asked\": " << result.cache.asked << ", \"evicted\": " << result.cache.evicted
-        << ", \"refused\": " << result.cache.refusals
-        << ",\n     \"made_again\": " << result.madeAgain.count
+        << ", \"shown\": " << result.shown << ", \"made_again\": " << result.madeAgain.count
         << ", \"made_again_bytes\": " << result.madeAgain.bytes
         << ", \"made_again_seconds\": " << result.madeAgain.seconds
-        << ", \"seconds\": " << result.seconds << "}";
+        << ", \"seconds\": " << result.seconds << ",\n     \"cache\": {";
+    writeCounts(out, result.cache.total);
+    out << "},\n     \"domains\": [";
+    const char* next = "\n";
+    for (const Tolvane::CacheDomainStatistics& domain : result.cache.domains) {
+      out << next << "      {\"creator\": " << quoted(Tolvane::Typename(domain.creator.get()))
+          << ", \"data\": " << quoted(Tolvane::Typename(domain.data.get())) << ", ";
+      writeCounts(out, domain.total());
+      out << "}";
+      next = ",\n";
+    }
+    out << "]}";
     separator = ",\n";
   }
   out << "\n  ]\n}\n";
@@ -98,13 +116,13 @@ Pixels memoryChart(const PlayResult& result) {
   Chart chart;
   chart.title = "Memory counted by the cache";
   chart.subtitle = result.passedBudget() ? "NOTE: " + passed(result)
-                                         : "peak " + bytesText(result.peakCounted) + " of " +
-                                               bytesText(result.budget);
+                                         : "peak " + bytesText(result.cache.peak) + " of " +
+                                               bytesText(result.cache.limit);
   chart.xTitle = "seconds";
   chart.yTitle = "MB";
-  chart.limit = static_cast<double>(result.budget) / Mega;
-  chart.limitName = "budget " + bytesText(result.budget);
-  if (result.budget > 20 * result.peakCounted) {
+  chart.limit = static_cast<double>(result.cache.limit) / Mega;
+  chart.limitName = "budget " + bytesText(result.cache.limit);
+  if (result.cache.limit > 20 * result.cache.peak) {
     chart.limit = 0; // it would leave no room for the line
     chart.subtitle += ", far above this chart";
   }
@@ -123,7 +141,7 @@ Pixels compareChart(const std::vector<PlayResult>& results) {
   std::size_t over = 0;
   for (const PlayResult& result : results) {
     over += result.passedBudget() ? 1U : 0U;
-    chart.points.push_back({static_cast<double>(result.budget) / Mega, result.seconds});
+    chart.points.push_back({static_cast<double>(result.cache.limit) / Mega, result.seconds});
   }
   chart.subtitle = over > 0 ? "NOTE: with " + std::to_string(over) +
                                   " of the budgets the cache's peak passed the budget"

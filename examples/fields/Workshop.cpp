@@ -12,7 +12,7 @@ double Workshop::secondsSince(std::chrono::steady_clock::time_point start) {
 }
 
 void Workshop::sample() {
-  samples_.push_back({seconds(), cache_->totalCost(true)});
+  samples_.push_back({seconds(), cache_->totalCost(false)});
 }
 
 Workshop::Job::Job(Workshop& workshop)

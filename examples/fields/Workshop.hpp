@@ -25,7 +25,7 @@ public:
     double seconds = 0; ///< Without the time for what it was made from.
   };
 
-  /// What the cache counted at a moment.
+  /// What the cache counted against its limit at a moment.
   struct Sample {
     double seconds = 0;
     Tolvane::memsize_t bytes = 0;

@@ -208,7 +208,7 @@ void drawLegend(Canvas& canvas, const Rectangle& area, const ColourMap& map,
                 map.at(range.low + part * (range.high - range.low)));
   }
   canvas.frame(bar, Black);
-  for (const double value : ticks(range, std::clamp(bar.height / 40, 2, 8))) {
+  for (const double value : ticks(range, std::clamp(bar.height / 25, 2, 10))) {
     const double part = (value - range.low) / (range.high - range.low);
     const int at = bar.y + bar.height - 1 - static_cast<int>(std::lround(part * (bar.height - 1)));
     canvas.fill({bar.x + bar.width, at, 4, 1}, Black);

@@ -38,12 +38,22 @@ std::string quoted(const std::string& text) {
   return out.str();
 }
 
+/// How many pictures were there when they were to be shown.
+std::uint64_t pictureHits(const PlayResult& result) {
+  std::uint64_t hits = 0;
+  for (const Tolvane::CacheDomainStatistics& domain : result.cache.domains) {
+    hits += domain.data == Tolvane::TypeInfo(typeid(Picture)) ? domain.total().touched : 0;
+  }
+  return hits;
+}
+
 /// The columns of the table, for people.
 std::vector<std::pair<std::string, std::string>> columns(const PlayResult& result) {
   return {{"budget", bytesText(result.cache.limit)},
           {"cache peak", bytesText(result.cache.peak)},
           {"process peak", bytesText(result.peakProcess)},
           {"shown", std::to_string(result.shown)},
+          {"from cache", std::to_string(pictureHits(result))},
           {"hits", std::to_string(result.cache.total.touched)},
           {"made again", std::to_string(result.madeAgain.count)},
           {"of bytes", bytesText(result.madeAgain.bytes)},

@@ -5,7 +5,9 @@
 namespace fields {
 
 Workshop::Workshop(CachePtr cache)
-    : cache_(std::move(cache)), start_(std::chrono::steady_clock::now()) {}
+    : cache_(std::move(cache)), start_(std::chrono::steady_clock::now()) {
+  sample();
+}
 
 double Workshop::secondsSince(std::chrono::steady_clock::time_point start) {
   return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();

@@ -1,6 +1,7 @@
 // Drives the host `fields` as a process: on small files made here, and on real data where that is.
 #include "../RunProbe.hpp"
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <cstring>
@@ -19,7 +20,6 @@
 #endif
 
 namespace fs = std::filesystem;
-using Words = std::vector<std::string>;
 
 namespace {
 
@@ -44,11 +44,14 @@ protected:
     return text.str();
   }
 
-  /// Words that begin with "@" are files of the folder.
-  ProbeResult run(Words words, ProbeOptions options = {}) const {
-    for (std::string& word : words)
-      if (word.starts_with("@"))
-        word = path(word.substr(1));
+  /// Words that begin with "@" are files of the folder; "~" stands for a blank.
+  ProbeResult run(const std::string& typed, ProbeOptions options = {}) const {
+    std::vector<std::string> words;
+    std::istringstream in(typed);
+    for (std::string word; in >> word;) {
+      std::replace(word.begin(), word.end(), '~', ' ');
+      words.push_back(word.starts_with("@") ? path(word.substr(1)) : word);
+    }
     options.program = TOLVANE_FIELDS;
     ProbeResult result = runProbe(words, options);
     result.out = textOf(result.out);
@@ -168,21 +171,20 @@ double number(const std::string& json, const std::string& key, int nth = 0) {
 
 TEST_F(FieldsHost, DrawsEachCornerWhereItBelongs) {
   struct Case {
-    std::string file, bytes;
-    Words options;
+    std::string file, bytes, options;
     std::array<double, 4> corners; // upper left, upper right, lower left, lower right
   };
   std::vector<Case> cases = {
-      {"a.asc", "ncols 2\nnrows 2\n1 2\n-9999 4\n", {}, {1, 2, Missing, 4}},
-      {"b.txt", "NCOLS 2\r\nNROWS 2\r\nnodata_value 4\r\n1 2\r\n3 4\r\n", {}, {1, 2, 3, Missing}},
+      {"a.asc", "ncols 2\nnrows 2\n1 2\n-9999 4\n", "", {1, 2, Missing, 4}},
+      {"b.txt", "NCOLS 2\r\nNROWS 2\r\nnodata_value 4\r\n1 2\r\n3 4\r\n", "", {1, 2, 3, Missing}},
       {"two.asc",
        "ncols 2\nnrows 2\n1 2\n3 4\nncols 2\nnrows 2\n5 6\n7 8",
-       {"values", "--time", "2"},
+       "values --time 2",
        {5, 6, 7, 8}},
-      {"c.pgm", "P2 # text\n2 2 9\n1 2 3 4", {}, {1, 2, 3, 4}},
-      {"d.pgm", "P5\n2 2\n9\n\1\2\3\4P5 2 2 9 \5\6\7\10", {"--time", "2"}, {5, 6, 7, 8}},
-      {"e.pgm", std::string("P5 2 2 999 \0\1\0\2\0\3\0\4", 19), {}, {1, 2, 3, 4}},
-      {"f.asc", "ncols 2\nnrows 2\n1 2\n1 2\n", {"--gradient"}, {1, 1, 1, 1}},
+      {"c.pgm", "P2 # text\n2 2 9\n1 2 3 4", "", {1, 2, 3, 4}},
+      {"d.pgm", "P5\n2 2\n9\n\1\2\3\4P5 2 2 9 \5\6\7\10", "--time 2", {5, 6, 7, 8}},
+      {"e.pgm", std::string("P5 2 2 999 \0\1\0\2\0\3\0\4", 19), "", {1, 2, 3, 4}},
+      {"f.asc", "ncols 2\nnrows 2\n1 2\n1 2\n", "--gradient", {1, 1, 1, 1}},
   };
 #ifdef FIELDS_WITH_NIFTI
   const Rows mirrored = {-1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0};
@@ -197,23 +199,20 @@ TEST_F(FieldsHost, DrawsEachCornerWhereItBelongs) {
   put(scaled, 116, 1.0F);
   cases.insert(cases.end(),
                {
-                   {"u.nii", nifti(2), {"--at", "1"}, {3, 4, 1, 2}},
-                   {"m.nii", nifti(4, mirrored), {"--at", "1"}, {4, 3, 2, 1}},
-                   {"t.nii", nifti(16, turned), {"--at", "1"}, {6, 8, 5, 7}},
-                   {"s.nii", nifti(64, Straight, true), {"--cut", "x", "--at", "1"}, {5, 7, 1, 3}},
-                   {"y.nii", nifti(4, Straight, true), {"--cut", "y", "--at", "2"}, {7, 8, 3, 4}},
-                   {"q.nii", quaternion, {"--at", "1"}, {5, 6, 7, 8}},
-                   {"f.nii", scaled, {"--at", "1"}, {2.5, 3, 1.5, 2}},
+                   {"u.nii", nifti(2), "--at 1", {3, 4, 1, 2}},
+                   {"m.nii", nifti(4, mirrored), "--at 1", {4, 3, 2, 1}},
+                   {"t.nii", nifti(16, turned), "--at 1", {6, 8, 5, 7}},
+                   {"s.nii", nifti(64, Straight, true), "--cut x --at 1", {5, 7, 1, 3}},
+                   {"y.nii", nifti(4, Straight, true), "--cut y --at 2", {7, 8, 3, 4}},
+                   {"q.nii", quaternion, "--at 1", {5, 6, 7, 8}},
+                   {"f.nii", scaled, "--at 1", {2.5, 3, 1.5, 2}},
                });
 #endif
   for (const Case& each : cases) {
     SCOPED_TRACE(each.file);
     write(each.file, each.bytes);
-    Words words = {"show", "@" + each.file};
-    words.insert(words.end(), each.options.begin(), each.options.end());
-    words.insert(words.end(),
-                 {"--map", "grey", "--range", "0:10", "--size", "60", "--out", "@p.ppm"});
-    const ProbeResult result = run(words);
+    const ProbeResult result = run("show @" + each.file + " " + each.options +
+                                   " --map grey --range 0:10 --size 60 --out @p.ppm");
     ASSERT_EQ(result.exitCode, 0) << result.err;
     EXPECT_EQ(result.err, "");
     expectCorners(Image(read("p.ppm")), each.corners);
@@ -232,49 +231,46 @@ TEST_F(FieldsHost, RefusesWithOneLineAndLeavesNothing) {
   write("a.xyz", "1 2 3");
   write("old.ppm", "of before");
   fs::create_directory(path("taken.ppm"));
-  struct Case {
-    Words words;
-    std::string said;
-  };
+  using Case = std::pair<std::string, std::string>; // what is typed, and what is said
   std::vector<Case> cases = {
-      {{}, "give a command"},
-      {{"dance"}, "there is no command dance"},
-      {{"show"}, "show needs a file"},
-      {{"show", "@a.asc", "--jump"}, "there is no option --jump"},
-      {{"show", "@a.asc", "--out"}, "--out needs a value"},
-      {{"show", "@a.asc", "height", "more"}, "one word too many"},
-      {{"show", "@no.asc"}, "there is no such file"},
-      {{"list", "@a.xyz"}, "no loader reads such a file; give one that ends with .asc"},
-      {{"list", "@cut.pgm"}, "is cut off: it ends after 12 of 13 bytes"},
-      {{"list", "@more.pgm"}, "is no grey map"},
-      {{"show", "@cut.asc", "--out", "@old.ppm"}, "values are missing at its end"},
-      {{"show", "@word.asc"}, "is \"x\", not a number"},
-      {{"list", "@sizes.asc"}, "grids of different sizes"},
-      {{"list", "@none.asc"}, "has to begin with ncols and nrows"},
-      {{"show", "@a.asc", "depth"}, "there is no variable \"depth\"; take one of height"},
-      {{"show", "@a.asc", "--time", "4"}, "there is no time 4; take one from 1 to 3"},
-      {{"show", "@a.asc", "--time", "0"}, "--time takes a whole number from 1"},
-      {{"show", "@a.asc", "--at", "2"}, "there is no slice 2"},
-      {{"show", "@a.asc", "--cut", "x"}, "has no levels"},
-      {{"show", "@a.asc", "--cut", "w"}, "--cut takes x, y or z"},
-      {{"show", "@a.asc", "--map", "pink"}, "no colour map \"pink\"; take one of grey"},
-      {{"show", "@a.asc", "--range", "3:1"}, "the lower value first"},
-      {{"show", "@a.asc", "--region", "1,2 3"}, "three points or more"},
-      {{"show", "@a.asc", "--size", "9999"}, "up to 4000"},
-      {{"show", "@a.asc", "--budget", "12X"}, "is no size"},
-      {{"show", "@a.asc", "--budget", "100"}, "too small for a single object: a picture takes"},
-      {{"show", "@a.asc", "--out", "@x.gif"}, "no module saves such a picture; end its name with"},
-      {{"show", "@a.asc", "--out", "@no/x.ppm"}, "cannot be written"},
-      {{"show", "@a.asc", "--out", "@taken.ppm"}, "cannot be written"},
-      {{"show", "@a.pgm", "--out", "@a.pgm"}, "is the file itself"},
-      {{"show", "@a.asc", "--progress", "song"}, "progress is shown as"},
-      {{"list", "--modules", "@nowhere"}, "no such folder of modules"},
-      {{"play", "@a.asc", "--budget", "1K", "--out", "@"}, "too small for a single object"},
-      {{"compare", "@a.asc", "--budgets", "5M,1K", "--out", "@"}, "too small for a single object"},
-      {{"play", "@a.asc", "--order", "sideways", "--out", "@"}, "no order \"sideways\""},
-      {{"play", "@a.asc", "--from", "4", "--out", "@"}, "take --from and --to from 1 to 3"},
-      {{"play", "@a.asc", "--out", "@old.ppm"}, "is no folder"},
-      {{"play", "@a.asc", "--name", "no/x", "--out", "@"}, "cannot be written"},
+      {"", "give a command"},
+      {"dance", "there is no command dance"},
+      {"show", "show needs a file"},
+      {"show @a.asc --jump", "there is no option --jump"},
+      {"show @a.asc --out", "--out needs a value"},
+      {"show @a.asc height more", "one word too many"},
+      {"show @no.asc", "there is no such file"},
+      {"list @a.xyz", "no loader reads such a file; give one that ends with .asc"},
+      {"list @cut.pgm", "is cut off: it ends after 12 of 13 bytes"},
+      {"list @more.pgm", "is no grey map"},
+      {"show @cut.asc --out @old.ppm", "values are missing at its end"},
+      {"show @word.asc", "is \"x\", not a number"},
+      {"list @sizes.asc", "grids of different sizes"},
+      {"list @none.asc", "has to begin with ncols and nrows"},
+      {"show @a.asc depth", "there is no variable \"depth\"; take one of height"},
+      {"show @a.asc --time 4", "there is no time 4; take one from 1 to 3"},
+      {"show @a.asc --time 0", "--time takes a whole number from 1"},
+      {"show @a.asc --at 2", "there is no slice 2"},
+      {"show @a.asc --cut x", "has no levels"},
+      {"show @a.asc --cut w", "--cut takes x, y or z"},
+      {"show @a.asc --map pink", "no colour map \"pink\"; take one of grey"},
+      {"show @a.asc --range 3:1", "the lower value first"},
+      {"show @a.asc --region 1,2~3", "three points or more"},
+      {"show @a.asc --size 9999", "up to 4000"},
+      {"show @a.asc --budget 12X", "is no size"},
+      {"show @a.asc --budget 100", "too small for a single object: a picture takes"},
+      {"show @a.asc --out @x.gif", "no module saves such a picture; end its name with"},
+      {"show @a.asc --out @no/x.ppm", "cannot be written"},
+      {"show @a.asc --out @taken.ppm", "cannot be written"},
+      {"show @a.pgm --out @a.pgm", "is the file itself"},
+      {"show @a.asc --progress song", "progress is shown as"},
+      {"list --modules @nowhere", "no such folder of modules"},
+      {"play @a.asc --budget 1K --out @", "too small for a single object"},
+      {"compare @a.asc --budgets 5M,1K --out @", "too small for a single object"},
+      {"play @a.asc --order sideways --out @", "no order \"sideways\""},
+      {"play @a.asc --from 4 --out @", "take --from and --to from 1 to 3"},
+      {"play @a.asc --out @old.ppm", "is no folder"},
+      {"play @a.asc --name no/x --out @", "cannot be written"},
   };
 #ifdef FIELDS_WITH_NIFTI
   const std::string whole = nifti(4);
@@ -296,7 +292,7 @@ TEST_F(FieldsHost, RefusesWithOneLineAndLeavesNothing) {
   std::string bytes = read("whole.nii.gz");
   for (const auto& [name, volume] : volumes) {
     write(name, volume.first);
-    cases.push_back({{"show", "@" + name, "--out", "@new.ppm"}, volume.second});
+    cases.emplace_back("show @" + name + " --out @new.ppm", volume.second);
   }
   write("cut.nii.gz", bytes.substr(0, bytes.size() - 12));
   bytes[bytes.size() - 6] ^= 1;
@@ -305,16 +301,16 @@ TEST_F(FieldsHost, RefusesWithOneLineAndLeavesNothing) {
 #ifdef FIELDS_WITH_NETCDF
   write("text.nc", "no such thing");
   write("head.nc", std::string("CDF\1\0\0\0\1\0\0\0\12\0\0", 14));
-  cases.push_back({{"show", "@text.nc"}, "is no NetCDF file"});
-  cases.push_back({{"show", "@head.nc"}, "is cut off inside its header"});
+  cases.emplace_back("show @text.nc", "is no NetCDF file");
+  cases.emplace_back("show @head.nc", "is cut off inside its header");
 #endif
   const auto before = files();
-  for (const Case& each : cases) {
-    SCOPED_TRACE(testing::PrintToString(each.words));
-    const ProbeResult result = run(each.words);
+  for (const auto& [typed, said] : cases) {
+    SCOPED_TRACE(typed);
+    const ProbeResult result = run(typed);
     EXPECT_EQ(result.exitCode, 1);
     EXPECT_EQ(result.out, "");
-    EXPECT_NE(result.err.find(each.said), std::string::npos) << result.err;
+    EXPECT_NE(result.err.find(said), std::string::npos) << result.err;
     EXPECT_EQ(result.err.find("fields: "), 0U) << result.err;
     EXPECT_EQ(result.err.find('\n') + 1, result.err.size()) << result.err;
     EXPECT_EQ(files(), before);
@@ -325,7 +321,7 @@ TEST_F(FieldsHost, ListsFilesAndModulesAndNamesTheOnesThatFail) {
   write("a.asc", grids(3, 4, 3));
   fs::copy(TOLVANE_FIELDS_MODULES, path("modules"));
   write("modules/broken" TOLVANE_TEST_MODULE_SUFFIX, "no module");
-  const Words words = {"list", "@a.asc", "--modules", "@modules"};
+  const std::string words = "list @a.asc --modules @modules";
   const ProbeResult result = run(words, {.environment = {{"TOLVANE_VERBOSITY", "3"}}});
   EXPECT_EQ(result.exitCode, 0);
   for (const char* part : {"taken by TextLoader", "height", "4 cells of longitude, 0.5E to 3.5E",
@@ -338,20 +334,18 @@ TEST_F(FieldsHost, ListsFilesAndModulesAndNamesTheOnesThatFail) {
   fs::remove_all(path("modules"));
   fs::create_directory(path("modules"));
   EXPECT_NE(run(words).err.find("no loader reads"), std::string::npos);
-  EXPECT_NE(run({"list"}).out.find("saves .ppm .pgm"), std::string::npos);
-  EXPECT_NE(run({"--help"}).out.find("fields compare FILE"), std::string::npos);
+  EXPECT_NE(run("list").out.find("saves .ppm .pgm"), std::string::npos);
+  EXPECT_NE(run("--help").out.find("fields compare FILE"), std::string::npos);
 }
 
 TEST_F(FieldsHost, PlaysTheSamePicturesUnderEveryBudget) {
   write("a.asc", grids(20, 30, 20));
   const std::string end = TOLVANE_FIELDS_PICTURE;
-  const Words words = {
-      "play", "@a.asc", "--size", "60",     "--order", "forwards,random", "--times",
-      "3",    "--out",  "@out",   "--seed", "5",       "--region",        "2,42 9,42 5,49"};
   const auto play = [&](const std::string& name, const std::string& budget) {
-    Words all = words;
-    all.insert(all.end(), {"--name", name, "--budget", budget, "--listing"});
-    ProbeResult result = run(all);
+    const ProbeResult result =
+        run("play @a.asc --size 60 --order forwards,random --times 3 --out @out --seed 5 --listing "
+            "--region 2,42~9,42~5,49 --name " +
+            name + " --budget " + budget);
     EXPECT_EQ(result.exitCode, 0) << result.err;
     EXPECT_NE(result.err.find("100 %"), std::string::npos) << result.err;
     EXPECT_NE(result.out.find("Region"), std::string::npos) << result.out;
@@ -373,8 +367,7 @@ TEST_F(FieldsHost, PlaysTheSamePicturesUnderEveryBudget) {
             number(tight, "peak_counted") > number(tight, "budget"));
   EXPECT_EQ(large.find("passed the budget"), std::string::npos);
 
-  const ProbeResult compared = run(
-      {"compare", "@a.asc", "--size", "60", "--out", "@out", "--gradient", "--progress", "bar"});
+  const ProbeResult compared = run("compare @a.asc --size 60 --out @out --gradient --progress bar");
   EXPECT_EQ(compared.exitCode, 0) << compared.err;
   EXPECT_NE(compared.out.find("same, byte for byte, with all 6 budgets"), std::string::npos);
   EXPECT_NE(compared.err.find("\r\033[K[###"), std::string::npos) << compared.err;
@@ -384,9 +377,9 @@ TEST_F(FieldsHost, PlaysTheSamePicturesUnderEveryBudget) {
   EXPECT_GT(number(table, "budget", 5), 10 * number(table, "budget", 0));
   EXPECT_GT(read("out/fields-compare" + end).size(), 1000U);
 
-  const ProbeResult shown = run(
-      {"show", "@a.asc", "--region", "0,58 2,58 2,60 0,60", "--budget", "2M", "--out", "@p" + end},
-      {.environment = {{"TOLVANE_VERBOSITY", "5"}}});
+  const ProbeResult shown =
+      run("show @a.asc --region 0,58~2,58~2,60~0,60 --budget 2M --out @p" + end,
+          {.environment = {{"TOLVANE_VERBOSITY", "5"}}});
   EXPECT_NE(shown.out.find("region: 4 cells, mean 8.5 m"), std::string::npos) << shown.out;
   EXPECT_NE(shown.out.find("made from a.asc/height at 0/slice"), std::string::npos) << shown.out;
   EXPECT_NE(shown.err.find("reading height"), std::string::npos) << shown.err;
@@ -421,24 +414,22 @@ TEST_F(FieldsHost, ReadsExactlyThePieceOfANetcdfFile) {
   check(nc_put_var_double(file, latitude, ends));
   check(nc_put_var_double(file, depth, ends));
   check(nc_close(file));
-  const std::vector<std::pair<Words, std::array<double, 4>>> cases = {
-      {{}, {3, 4, Missing, 2}},
-      {{"--at", "2"}, {7, 8, 5, 6}},
-      {{"--time", "2", "--range", "8:18"}, {3, 4, 1, 2}},
-      {{"--time", "2", "--cut", "x", "--at", "1", "--range", "8:18"}, {1, 3, 5, 7}},
+  const std::vector<std::pair<std::string, std::array<double, 4>>> cases = {
+      {"--range 0:10", {3, 4, Missing, 2}},
+      {"--range 0:10 --at 2", {7, 8, 5, 6}},
+      {"--range 8:18 --time 2", {3, 4, 1, 2}},
+      {"--range 8:18 --time 2 --cut x --at 1", {1, 3, 5, 7}},
   };
   for (const auto& [options, corners] : cases) {
-    SCOPED_TRACE(testing::PrintToString(options));
-    Words words = {"show", "@a.nc",  "warmth", "--map", "grey",  "--range",
-                   "0:10", "--size", "60",     "--out", "@p.ppm"};
-    words.insert(words.end(), options.begin(), options.end());
-    const ProbeResult result = run(words);
+    SCOPED_TRACE(options);
+    const ProbeResult result =
+        run("show @a.nc warmth --map grey --size 60 --out @p.ppm " + options);
     ASSERT_EQ(result.exitCode, 0) << result.err;
     expectCorners(Image(read("p.ppm")), corners);
   }
   const std::string bytes = read("a.nc");
   write("cut.nc", bytes.substr(0, bytes.size() - 1));
-  EXPECT_NE(run({"list", "@cut.nc"}).err.find("is cut off: it ends after "), std::string::npos);
+  EXPECT_NE(run("list @cut.nc").err.find("is cut off: it ends after "), std::string::npos);
 }
 
 #endif
@@ -447,9 +438,9 @@ TEST_F(FieldsHost, ReadsExactlyThePieceOfANetcdfFile) {
 
 TEST_F(FieldsHost, ShowsRealDataAsItIsKnown) {
   using Colour = std::array<int, 3>;
-  struct Case {
-    Words words;
-    std::vector<std::pair<std::array<double, 2>, std::function<bool(const Colour&)>>> places;
+  struct Place {
+    double x, y; // from the left and the top
+    std::function<bool(const Colour&)> looks;
   };
   const auto blue = [](const Colour& c) { return c[2] > c[0] + 40; };
   const auto warm = [](const Colour& c) { return c[0] > c[2] + 60; };
@@ -457,30 +448,25 @@ TEST_F(FieldsHost, ShowsRealDataAsItIsKnown) {
   const auto grey = [](const Colour& c) { return c == Colour{150, 150, 150}; };
   const auto black = [](const Colour& c) { return c == Colour{0, 0, 0}; };
   const auto bright = [](const Colour& c) { return c[0] > 150 && c[0] == c[2]; };
-  const std::vector<Case> cases = {
+  const std::vector<std::pair<std::string, std::vector<Place>>> cases = {
       // The map begins at Greenwich: Tibet, Brazil, the Pacific.
-      {{"show", FIELDS_REAL_DATA "/etopo5.cdf"},
-       {{{88 / 360., 57 / 180.}, land}, {{310 / 360., 100 / 180.}, land}, {{0.55, 0.5}, blue}}},
+      {FIELDS_REAL_DATA "/etopo5.cdf", {{.244, .32, land}, {.86, .56, land}, {.55, .5, blue}}},
       // This one at 20 E: Australia, the warm west of the Pacific, the cold south.
-      {{"show", FIELDS_REAL_DATA "/ocean_atlas_subset.nc", "--time", "7"},
-       {{{115 / 360., 115 / 180.}, grey}, {{130 / 360., 87 / 180.}, warm}, {{.4, .81}, blue}}},
-      {{"show", FIELDS_REAL_VOLUME},
-       {{{0, 0}, black}, {{0.33, 0.3}, bright}, {{0.62, 0.78}, bright}}},
+      {FIELDS_REAL_DATA "/ocean_atlas_subset.nc --time 7",
+       {{.32, .64, grey}, {.36, .48, warm}, {.4, .81, blue}}},
+      {FIELDS_REAL_VOLUME, {{0, 0, black}, {.33, .3, bright}, {.62, .78, bright}}},
   };
-  for (const Case& each : cases) {
-    Words words = each.words;
-    words.insert(words.end(), {"--out", "@p.ppm", "--budget", "64M"});
-    const ProbeResult result = run(words);
+  for (const auto& [file, places] : cases) {
+    const ProbeResult result = run("show " + file + " --out @p.ppm --budget 64M");
     ASSERT_EQ(result.exitCode, 0) << result.err;
     const Image image(read("p.ppm"));
-    for (std::size_t i = 0; i < each.places.size(); ++i) {
-      const Colour colour = image.at(each.places[i].first[0], each.places[i].first[1]);
-      EXPECT_TRUE(each.places[i].second(colour))
-          << each.words[1] << ", place " << i << ": " << testing::PrintToString(colour);
-    }
+    for (const Place& place : places)
+      EXPECT_TRUE(place.looks(image.at(place.x, place.y)))
+          << file << " at " << place.x << ", " << place.y;
   }
-  const ProbeResult winds = run({"play", FIELDS_REAL_DATA "/monthly_navy_winds.cdf", "UWND,VWND",
-                                 "--to", "12", "--budget", "1M", "--out", "@out", "--size", "120"});
+  const ProbeResult winds =
+      run("play " FIELDS_REAL_DATA "/monthly_navy_winds.cdf UWND,VWND --to 12 "
+          "--budget 1M --size 120 --out @out");
   ASSERT_EQ(winds.exitCode, 0) << winds.err;
   EXPECT_GT(number(read("out/fields-table.json"), "made_again"), 20);
 }

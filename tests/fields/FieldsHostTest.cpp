@@ -124,6 +124,8 @@ std::string grids(int count, int columns, int rows) {
   return text.str();
 }
 
+#ifdef FIELDS_WITH_NIFTI
+
 template <class T>
 void put(std::string& bytes, std::size_t offset, T value, bool swapped = false) {
   char raw[sizeof value];
@@ -158,6 +160,8 @@ std::string nifti(std::int16_t type, const Rows& rows = Straight, bool swapped =
   }
   return bytes;
 }
+
+#endif
 
 /// A number behind a key of the JSON table; `nth` when there are several.
 double number(const std::string& json, const std::string& key, int nth = 0) {

@@ -20,31 +20,23 @@ namespace {
 #if defined(_WIN32)
 constexpr const char* Suffix = ".dll";
 
-void* load(const std::string& path) {
+bool load(const std::string& path) {
   SetErrorMode(SEM_FAILCRITICALERRORS); // no window that waits for somebody
-  return reinterpret_cast<void*>(LoadLibraryA(path.c_str()));
+  return LoadLibraryA(path.c_str()) != nullptr;
 }
 
 std::string loadError() {
   return std::system_category().message(static_cast<int>(GetLastError()));
 }
-
-void unload(void* handle) {
-  FreeLibrary(reinterpret_cast<HMODULE>(handle));
-}
 #else
 constexpr const char* Suffix = ".so";
 
-void* load(const std::string& path) {
-  return dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+bool load(const std::string& path) {
+  return dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL) != nullptr;
 }
 
 std::string loadError() {
   return dlerror();
-}
-
-void unload(void* handle) {
-  dlclose(handle);
 }
 #endif
 
@@ -63,19 +55,12 @@ ModuleFolder::ModuleFolder(const std::string& folder) {
   }
   std::sort(files.begin(), files.end());
   for (const std::filesystem::path& file : files) {
-    if (void* const handle = load(file.string())) {
+    if (load(file.string())) {
       TOLVANE_VERBOSE_DOMAIN(3, "Fields") << "module " << file.string();
-      handles_.push_back(handle);
       names_.push_back(file.stem().string());
     } else {
       leftOut_.emplace_back(file.filename().string(), loadError());
     }
-  }
-}
-
-ModuleFolder::~ModuleFolder() {
-  for (auto handle = handles_.rbegin(); handle != handles_.rend(); ++handle) {
-    unload(*handle);
   }
 }
 

@@ -9,9 +9,9 @@
 
 namespace fields {
 
-/// The modules of a folder. Each registers what it brings while it is being loaded, and takes it back
-/// when the process ends. Until then they stay: exceptions of theirs may still be on their way, and
-/// not every library that they bring along takes it well to be unloaded.
+/// The modules of a folder. Each registers what it brings while it is being loaded, and takes it
+/// back when the process ends. Until then they stay: exceptions of theirs may still be on their
+/// way, and not every library that they bring along takes it well to be unloaded.
 class ModuleFolder {
 public:
   /// Loads all modules of the folder, in the order of their names. Throws Refusal when there is no

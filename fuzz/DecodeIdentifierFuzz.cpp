@@ -38,9 +38,7 @@ public:
   void checkViews() const {
     const auto before = position();
     const std::string_view rest = std::string_view(text()).substr(before);
-    const std::string peeked = peekline();
-    const std::string current = currentline();
-    const std::string previous = previousline();
+    const std::string peeked = peekline(), current = currentline(), previous = previousline();
     CHECK(position() == before);
     CHECK(rest.starts_with(peeked) && peeked.find_first_of("\n\0"s) == std::string::npos);
     CHECK(peeked.size() == rest.size() || "\n\0"s.find(rest[peeked.size()]) != std::string::npos);
@@ -60,21 +58,6 @@ private:
 
   std::uint32_t lineFeeds_ = 0;
 };
-
-void readLine(Counting& in) {
-  const auto before = in.position();
-  const std::string line = in.getline();
-  CHECK(line.find_first_of("\r\n") == std::string::npos);
-  CHECK(line.size() <= in.position() - before);
-  CHECK(in.atEnd() || in.peek().second == '\n');
-  in.get();
-}
-
-void skipBlanks(Counting& in) {
-  const auto before = in.position();
-  CHECK(in.skipspace() == in.position() - before);
-  CHECK(in.atEnd() || !std::isspace(static_cast<unsigned char>(in.peek().second)));
-}
 
 void readToken(Counting& in, char open, char close, const std::string& terminators, bool flag) {
   const auto before = in.position();
@@ -111,11 +94,18 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const std::string& terminators = terminatorSets[choices & 3];
   Counting in(std::string(data + 3, data + size));
   for (bool line = false; !in.atEnd(); line = !line) {
-    if (choices & 8)
-      skipBlanks(in);
-    if (line && (choices & 16))
-      readLine(in);
-    else
+    const auto before = in.position();
+    if (choices & 8) {
+      CHECK(in.skipspace() == in.position() - before);
+      CHECK(in.atEnd() || !std::isspace(static_cast<unsigned char>(in.peek().second)));
+    }
+    if (line && (choices & 16)) {
+      const std::string read = in.getline();
+      CHECK(read.find_first_of("\r\n") == std::string::npos);
+      CHECK(read.size() <= in.position() - before);
+      CHECK(in.atEnd() || in.peek().second == '\n');
+      in.get();
+    } else
       readToken(in, static_cast<char>(data[0]), static_cast<char>(data[1]), terminators,
                 (choices & 4) != 0);
     in.checkBooks();

@@ -5,45 +5,31 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <utility>
 
 // Escapes an arbitrary string and compares with a plain rendering of the rules, back and forth.
 
 namespace {
 
 using Pelko::StreamString;
+using namespace std::string_literals;
+
+const std::pair<std::string, std::string> pairs[] = {
+    {"\x10_", "-"}, {"\x10\x10", " "}, {"\x10\x11", ","}, {"\x10\x12", "."}};
 
 std::string escaped(const std::string& s) {
   std::string result;
   for (const char c : s) {
-    switch (c) {
-    case '=':
-    case '>':
-    case '(':
-    case ')':
-      result += '_';
-      break;
-    case '-':
-      result += "\x10_";
-      break;
-    case ' ':
-      result += "\x10\x10";
-      break;
-    case ',':
-      result += "\x10\x11";
-      break;
-    case '.':
-      result += "\x10\x12";
-      break;
-    default:
-      result += c;
-    }
+    std::string written(1, "=>()"s.find(c) == std::string::npos ? c : '_');
+    for (const auto& [escape, plain] : pairs)
+      if (plain[0] == c)
+        written = escape;
+    result += written;
   }
   return result;
 }
 
 std::string unescaped(std::string s) {
-  const char* const pairs[][2] = {
-      {"\x10_", "-"}, {"\x10\x10", " "}, {"\x10\x11", ","}, {"\x10\x12", "."}};
   for (const auto& [from, to] : pairs)
     for (std::size_t hit = s.find(from); hit != std::string::npos; hit = s.find(from, hit + 1))
       s.replace(hit, 2, to);

@@ -4,9 +4,7 @@
 #include <functional>
 #include <gtest/gtest.h>
 #include <stdexcept>
-#include <string>
 #include <system_error>
-#include <type_traits>
 #include <vector>
 
 using namespace Tolvane;
@@ -24,9 +22,8 @@ public:
   memsize_t memsize() const override { return 100; }
   void DeferredConstructor() override { ++completed; }
   void unction() override {
-    if (savedBy != nullptr) {
+    if (savedBy)
       *savedBy = self().lock();
-    }
   }
 
   int completed = 0;
@@ -37,20 +34,15 @@ private:
 };
 
 template <template <class, class> class Hold>
-class Maker : public DataCreature<Tile, Hold> {
-public:
+struct Maker : DataCreature<Tile, Hold> {
   using Pointer = typename DataCreature<Tile, Hold>::Pointer;
-
-  explicit Maker(const WeakCachePtr& cache) : DataCreature<Tile, Hold>(cache) {}
-
+  using DataCreature<Tile, Hold>::DataCreature;
   bool isReproducible() const override { return reproducible; }
+  Pointer create() override { return make ? make(*this) : Pointer(new Tile(alive)); }
 
   bool reproducible = true;
   int alive = 0;
-  std::function<Pointer(Maker&)> make = [](Maker& maker) { return Pointer(new Tile(maker.alive)); };
-
-protected:
-  Pointer create() override { return make(*this); }
+  std::function<Pointer(Maker&)> make;
 };
 
 using Strong = Maker<StrongPtr>;
@@ -68,100 +60,76 @@ CachePtr cacheFor(int tiles) {
 TEST(DataCreature, MakesOnceUsesOftenAndMakesAgainAfterItsRelease) {
   const CachePtr cache = cacheFor(2);
   std::vector<StrongMaker> makers;
-  for (int i = 0; i < 3; ++i) {
+  for (int i = 0; i < 3; ++i)
     makers.emplace_back(new Strong(cache));
-    EXPECT_FALSE(makers.back()->hasData());
-  }
+  EXPECT_FALSE(makers[0]->hasData());
   const Strong::Pointer tile = makers[0]->data();
+  EXPECT_EQ(tile->creator(), makers[0]->self());
+  makers[1]->data();
+  EXPECT_EQ(makers[0]->data(), tile); // now the newest, so 1 goes although it was made later
   EXPECT_EQ(tile->completed, 1) << "the deferred constructor runs once";
-  EXPECT_TRUE(tile->creator() == makers[0]);
-  EXPECT_TRUE(makers[0]->data() == tile);
-  EXPECT_EQ(makers[0]->timesMade(), 1U);
-  EXPECT_EQ(tile->completed, 1);
-
-  makers[1]->data();
-  makers[0]->data(); // now the newest, so 1 goes although it was made later
+  EXPECT_EQ(makers[0]->timesMade(), 1u);
   makers[2]->data();
-  EXPECT_TRUE(makers[0]->hasData());
-  EXPECT_FALSE(makers[1]->hasData());
-  EXPECT_TRUE(makers[2]->hasData());
-  EXPECT_EQ(cache->totalCost(true), 200U);
-
+  EXPECT_TRUE(makers[0]->hasData() && !makers[1]->hasData() && makers[2]->hasData());
+  EXPECT_EQ(cache->totalCost(true), 200u);
   makers[1]->data();
-  EXPECT_EQ(makers[1]->timesMade(), 2U);
-  EXPECT_EQ(makers[1]->alive, 1);
-  EXPECT_EQ(cache->nEntries(), 2U);
+  EXPECT_EQ(makers[1]->timesMade(), 2u);
+  EXPECT_EQ(cache->nEntries(), 2u);
 }
 
 TEST(DataCreature, AnswersTheReleaseQuestion) {
   struct Case {
     const char* name;
     bool made, reproducible, heldElsewhere, saved;
-    int strongAnswer, weakAnswer;
+    int answer;
   };
   const Case cases[] = {
-      {"nothing there", false, true, false, false, 2, 2},
-      {"only the creature holds", true, true, false, false, 2, 2},
-      {"somebody holds", true, true, true, false, 1, 1},
-      {"saved by its last-pointer hook", true, true, false, true, 1, 1},
-      {"cannot be made again", true, false, false, false, 0, 0},
-      {"cannot be made again and somebody holds", true, false, true, false, 0, 0},
+      {"nothing there", false, true, false, false, 2},
+      {"only the creature holds", true, true, false, false, 2},
+      {"somebody holds", true, true, true, false, 1},
+      {"saved by its last-pointer hook", true, true, false, true, 1},
+      {"cannot be made again", true, false, false, false, 0},
+      {"cannot be made again and somebody holds", true, false, true, false, 0},
   };
-  const auto ask = [](auto maker, const Case& c) {
+  const auto expectAnswer = [](auto maker, const Case& c) {
+    SCOPED_TRACE(c.name);
     maker->reproducible = c.reproducible;
     auto held = c.made ? maker->data() : nullptr;
     StrongPtr<Cacheable> saved;
-    if (c.saved) {
+    if (c.saved)
       held->savedBy = &saved;
-    }
-    if (!c.heldElsewhere) {
+    if (!c.heldElsewhere)
       held = nullptr;
-    }
     const bool had = maker->hasData();
-    const int answer = maker->release();
-    EXPECT_EQ(maker->hasData(), had && answer != 2) << c.name;
-    EXPECT_EQ(maker->alive, maker->hasData() ? 1 : 0) << c.name;
-    if (c.saved) {
+    EXPECT_EQ(maker->release(), c.answer);
+    EXPECT_EQ(maker->hasData(), had && c.answer != 2);
+    EXPECT_EQ(maker->alive, maker->hasData() ? 1 : 0);
+    if (c.saved)
       static_cast<Tile&>(*saved).savedBy = nullptr;
-    }
-    return answer;
   };
   const CachePtr cache = cacheFor(10);
   for (const Case& c : cases) {
-    EXPECT_EQ(ask(StrongMaker(new Strong(cache)), c), c.strongAnswer) << c.name;
-    EXPECT_EQ(ask(WeakMaker(new Weak(cache)), c), c.weakAnswer) << c.name;
+    expectAnswer(StrongMaker(new Strong(cache)), c);
+    expectAnswer(WeakMaker(new Weak(cache)), c);
   }
-  EXPECT_EQ(cache->totalCost(true), 0U);
+  EXPECT_EQ(cache->totalCost(true), 0u);
 }
 
 TEST(DataCreature, HeldWeaklyTheDataLivesAsLongAsItsUsers) {
   const CachePtr cache = cacheFor(2);
   const WeakMaker maker = new Weak(cache);
   Weak::Pointer tile = maker->data();
-  EXPECT_TRUE(maker->data() == tile);
-  EXPECT_EQ(cache->nEntries(), 1U);
+  EXPECT_EQ(maker->data(), tile);
+  EXPECT_EQ(cache->nEntries(), 1u);
   tile = nullptr;
   EXPECT_EQ(maker->alive, 0);
-  EXPECT_EQ(cache->nEntries(), 0U);
+  EXPECT_EQ(cache->nEntries(), 0u);
   maker->data();
-  EXPECT_EQ(maker->timesMade(), 2U);
-}
-
-TEST(DataCreature, DataThatCannotBeMadeAgainIsKeptBesideTheLimit) {
-  const CachePtr cache = cacheFor(1);
-  const StrongMaker unique = new Strong(cache);
-  const StrongMaker other = new Strong(cache);
-  unique->reproducible = false;
-  unique->data();
-  other->data();
-  EXPECT_TRUE(unique->hasData());
-  EXPECT_EQ(cache->totalCost(true), 200U);
-  EXPECT_EQ(cache->totalCost(false), 100U);
+  EXPECT_EQ(maker->timesMade(), 2u);
 }
 
 TEST(DataCreature, WithoutRoomTheExceptionBringsTheDataAndNothingStays) {
-  class Refusing : public Cache {
-  public:
+  struct Refusing : Cache {
     using Cache::Cache;
     bool handleOutOfMemory(const StrongPtr<Cacheable>&, const WeakPtr<Creature>&) override {
       return false;
@@ -169,25 +137,21 @@ TEST(DataCreature, WithoutRoomTheExceptionBringsTheDataAndNothingStays) {
   };
   // Everything in use: no queue can make room. The first tile only finds the queue empty.
   const CachePtr cache = cacheFor(1);
-  const StrongMaker busy = new Strong(cache);
-  const StrongMaker late = new Strong(cache);
+  const StrongMaker busy = new Strong(cache), late = new Strong(cache);
   Strong::Pointer inUse = busy->data();
   try {
     late->data();
     ADD_FAILURE() << "there was room";
   } catch (const Cache::OutOfMemory& error) {
-    EXPECT_TRUE(error.object());
-    EXPECT_TRUE(error.object()->creator() == late);
-    EXPECT_EQ(error.object()->NumberOfListEntries(), 0U);
+    EXPECT_EQ(error.object()->creator(), late->self());
+    EXPECT_EQ(error.object()->NumberOfListEntries(), 0u);
     EXPECT_EQ(late->alive, 1);
   }
   EXPECT_EQ(late->alive, 0);
-  EXPECT_FALSE(late->hasData());
-  EXPECT_FALSE(late->isUnderCreation());
-  EXPECT_EQ(cache->totalCost(true), 100U);
+  EXPECT_FALSE(late->hasData() || late->isUnderCreation());
+  EXPECT_EQ(cache->totalCost(true), 100u);
   inUse = nullptr;
   EXPECT_TRUE(late->data());
-  EXPECT_EQ(late->timesMade(), 2U);
   EXPECT_FALSE(busy->hasData());
 
   // A cache that lets creators go on: the data is held outside, and handed over when there is room.
@@ -196,81 +160,57 @@ TEST(DataCreature, WithoutRoomTheExceptionBringsTheDataAndNothingStays) {
   late->setCacheManager(WeakCachePtr(lenient));
   inUse = busy->data();
   late->release();
-  EXPECT_TRUE(late->data());
-  EXPECT_TRUE(late->hasData());
-  EXPECT_EQ(lenient->totalCost(true), 100U);
+  EXPECT_TRUE(late->data() && late->hasData());
+  EXPECT_EQ(lenient->totalCost(true), 100u);
   inUse = nullptr;
   late->data();
   EXPECT_FALSE(busy->hasData());
-  EXPECT_EQ(lenient->totalCost(true), 100U);
+  EXPECT_EQ(lenient->totalCost(true), 100u);
 }
 
 TEST(DataCreature, WorksWithoutACacheAndMovesToANewOne) {
   const StrongMaker maker = new Strong(nullptr);
-  EXPECT_TRUE(maker->data());
-  EXPECT_EQ(maker->data()->completed, 1);
-  EXPECT_TRUE(maker->hasData());
-
-  CachePtr first = cacheFor(4);
-  maker->setCacheManager(first);
   const Strong::Pointer tile = maker->data();
-  EXPECT_EQ(first->nEntries(), 1U);
-  first = nullptr; // asks for a release, which the use forbids
-  EXPECT_TRUE(maker->data() == tile);
-
-  const CachePtr second = cacheFor(4);
-  maker->setCacheManager(second);
-  EXPECT_TRUE(maker->data() == tile);
-  EXPECT_EQ(second->nEntries(), 1U);
-  EXPECT_EQ(maker->timesMade(), 1U);
+  EXPECT_EQ(maker->data(), tile);
+  EXPECT_EQ(tile->completed, 1);
+  for (int i = 0; i < 2; ++i) { // a dying cache asks for a release, which the use forbids
+    const CachePtr cache = cacheFor(4);
+    maker->setCacheManager(cache);
+    EXPECT_EQ(maker->data(), tile);
+    EXPECT_EQ(cache->nEntries(), 1u);
+  }
+  EXPECT_EQ(maker->timesMade(), 1u);
 }
 
 TEST(DataCreature, AFailureToMakeLeavesItAsItWas) {
   const CachePtr cache = cacheFor(4);
   const StrongMaker maker = new Strong(cache);
-  const auto usual = maker->make;
-
   maker->make = [](Strong&) -> Strong::Pointer { throw std::runtime_error("no file"); };
   EXPECT_THROW(maker->data(), std::runtime_error);
   maker->make = [](Strong&) { return Strong::Pointer(); };
   EXPECT_FALSE(maker->data());
   maker->make = [](Strong& self) { return self.data(); };
   EXPECT_THROW(maker->data(), std::system_error);
-  EXPECT_FALSE(maker->isUnderCreation());
-  EXPECT_FALSE(maker->hasData());
-  EXPECT_EQ(maker->timesMade(), 0U);
-
-  maker->make = usual;
+  EXPECT_FALSE(maker->isUnderCreation() || maker->hasData());
+  EXPECT_EQ(maker->timesMade(), 0u);
+  maker->make = [](Strong& self) {
+    EXPECT_EQ(self.release(), 1) << "busy while it makes";
+    EXPECT_TRUE(self.isUnderCreation());
+    return Strong::Pointer(new Tile(self.alive));
+  };
   EXPECT_TRUE(maker->data());
+  EXPECT_FALSE(maker->isUnderCreation());
 
   Strong onTheStack(cache);
   EXPECT_THROW(onTheStack.data(), const char*);
   EXPECT_FALSE(onTheStack.hasData());
 }
 
-TEST(DataCreature, WhileItMakesItIsBusy) {
-  const CachePtr cache = cacheFor(4);
-  const StrongMaker maker = new Strong(cache);
-  const auto usual = maker->make;
-  int answer = -1;
-  bool underCreation = false;
-  maker->make = [&](Strong& self) {
-    answer = self.release();
-    underCreation = self.isUnderCreation();
-    return usual(self);
-  };
-  maker->data();
-  EXPECT_EQ(answer, 1);
-  EXPECT_TRUE(underCreation);
-  EXPECT_FALSE(maker->isUnderCreation());
-}
-
 TEST(DataCreature, SaysWhatItsDataIsMadeFrom) {
   const StrongMaker maker = new Strong(nullptr);
   EXPECT_NE(maker->hasProducer().find("Maker"), std::string::npos);
   maker->setProvenance("head.nii");
-  EXPECT_EQ(maker->hasProducer(), maker->provenancePath());
-  EXPECT_NE(maker->hasProducer().find("head.nii"), std::string::npos);
+  EXPECT_EQ(maker->hasProducer(), "head.nii");
 }
 
 TEST(DataCreature, ADyingCreatureTakesItsDataOutOfTheCache) {
@@ -278,25 +218,20 @@ TEST(DataCreature, ADyingCreatureTakesItsDataOutOfTheCache) {
   const StrongMaker living = new Strong(cache);
   living->data();
   int alive = 0; // outside of the makers, for these die first
-  const auto outside = [&](auto& maker) {
-    using MakerType = std::remove_reference_t<decltype(maker)>;
-    return typename MakerType::Pointer(new Tile(alive));
-  };
   StrongMaker strong = new Strong(cache);
-  strong->make = outside;
+  strong->make = [&](Strong&) { return Strong::Pointer(new Tile(alive)); };
   WeakMaker weak = new Weak(cache);
-  weak->make = outside;
+  weak->make = [&](Weak&) { return Weak::Pointer(new Tile(alive)); };
   const Strong::Pointer first = strong->data();
   strong = nullptr;
-  EXPECT_EQ(first->NumberOfListEntries(), 0U);
-  EXPECT_EQ(cache->totalCost(true), 100U);
   const Weak::Pointer second = weak->data();
   weak = nullptr;
   EXPECT_EQ(alive, 2);
-  EXPECT_EQ(cache->totalCost(true), 100U);
-  EXPECT_EQ(cache->nEntries(), 1U);
+  EXPECT_EQ(cache->totalCost(true), 100u);
+  EXPECT_EQ(cache->nEntries(), 1u);
+  EXPECT_EQ(first->NumberOfListEntries(), 0u);
   EXPECT_FALSE(first->markAsUsed()) << "it would be an entry without a creator";
   // No orphan is asked, neither by an eviction nor by a purge.
   EXPECT_TRUE(cache->adjust(typeid(Strong), typeid(Tile), 200));
-  EXPECT_EQ(cache->purge(), 0U);
+  EXPECT_EQ(cache->purge(), 0u);
 }

@@ -12,37 +12,34 @@ namespace N {
 struct A {};
 } // namespace N
 
+using namespace Tolvane;
+
 namespace {
 
-using namespace Tolvane;
 using Slot = StrongPtr<InterfaceBase>;
 using Parameter = InterfaceIterationParameter;
 
+constexpr int keyCount = 64;
 template <int>
 struct Key {};
-
 template <int... I>
-std::array<const std::type_info*, sizeof...(I)> makeKeys(std::integer_sequence<int, I...>) {
+std::array<const std::type_info*, keyCount> makeKeys(std::integer_sequence<int, I...>) {
   return {&typeid(Key<I>)...};
 }
 
 /// The I-th of many types, more than a small hash table takes without growing.
 const std::type_info& key(std::size_t i) {
-  static const auto keys = makeKeys(std::make_integer_sequence<int, 64>());
+  static const auto keys = makeKeys(std::make_integer_sequence<int, keyCount>());
   return *keys[i];
 }
 
 /// An interface under any type, which counts itself and does what it is told.
 struct Item : InterfaceBase {
-  explicit Item(const std::type_info& filedUnder, std::function<void()> atEnd = nullptr)
-      : type(filedUnder), onEnd(std::move(atEnd)) {
-    ++alive;
-  }
+  explicit Item(const std::type_info& filedUnder) : type(filedUnder) { ++alive; }
   ~Item() override {
     --alive;
-    if (onEnd) {
+    if (onEnd)
       onEnd();
-    }
   }
   const std::type_info& interfaceType() const override { return type; }
   bool apply(Intercube& owner, const StrongPtr<Parameter>& parameter) override {
@@ -63,24 +60,21 @@ struct Item : InterfaceBase {
 };
 
 struct Visitor : IntercubeIterator {
+  explicit Visitor(std::function<bool(Slot&)> action = nullptr) : onVisit(std::move(action)) {}
   bool visit(TypeInfo type, Slot& slot) override {
     types.emplace_back(type.name());
-    return !onVisit || onVisit(type, slot);
+    return !onVisit || onVisit(slot);
   }
   std::vector<std::string> types;
-  std::function<bool(TypeInfo, Slot&)> onVisit;
+  std::function<bool(Slot&)> onVisit;
 };
 
-/// What the slot itself holds: 0 for an empty one, negative for a dead interface.
-int strongCountIn(const Intercube& cube, const std::type_info& type) {
-  int count = 12345;
-  Visitor visitor;
-  visitor.onVisit = [&](TypeInfo seen, Slot& slot) {
-    count = seen == type ? slot.strongCount() : count;
+void emptySlots(const Intercube& cube) {
+  Visitor emptier([](Slot& slot) {
+    slot = nullptr;
     return true;
-  };
-  cube.iterateInterfaces(visitor);
-  return count;
+  });
+  EXPECT_GE(cube.iterateInterfaces(emptier), 1);
 }
 
 struct Maker : Intercube {
@@ -92,43 +86,41 @@ struct Maker : Intercube {
   std::function<Slot(const std::type_info&)> onCreate;
 };
 
+Slot makeItem(const std::type_info& type) {
+  return new Item(type);
+}
+
+} // namespace
+
 TEST(Intercube, KeepsOneInterfacePerType) {
-  Intercube cube;
-  EXPECT_FALSE(cube.findInterface(key(0)));
-  EXPECT_FALSE(cube.getInterface(key(0)));
-  EXPECT_FALSE(cube.hasInterface(key(0)));
-  cube.removeInterfaceBase(key(0));
-  cube.addInterface(nullptr);
-
-  const StrongPtr<Item, InterfaceBase> first = new Item(key(0));
-  const Intercube& observed = cube;
-  observed.addInterface(first); // companions may be attached to a const object
-  observed.addInterface(first); // and again: nothing changes
-  EXPECT_EQ(cube.findInterface(key(0)), first);
-  EXPECT_EQ(first.strongCount(), 2);
-  cube.addInterface(new Item(key(0)));
-  EXPECT_EQ(first.strongCount(), 1);
-  EXPECT_NE(cube.getInterface(key(0)), first);
-  EXPECT_EQ(Item::alive, 2);
-
-  Slot& slot = cube.registerInterface(key(0));
-  EXPECT_EQ(Item::alive, 1);
-  EXPECT_TRUE(cube.hasInterface(key(0)));
-  EXPECT_FALSE(cube.findInterface(key(0)));
-  slot = first;
-  EXPECT_EQ(cube.findInterface(key(0)), first);
-  cube.removeInterfaceBase(key(0));
-  EXPECT_FALSE(cube.hasInterface(key(0)));
-  cube.addInterface(new Item(key(1)));
-  cube.addInterface(new Item(key(2)));
-  cube.clearInterfaces();
-  EXPECT_EQ(Item::alive, 1);
-  EXPECT_EQ(cube.getInterfaceNames(','), "");
   {
-    Intercube other;
-    other.addInterface(new Item(key(1)));
+    Intercube cube;
+    EXPECT_FALSE(cube.findInterface(key(0)) || cube.getInterface(key(0)) ||
+                 cube.hasInterface(key(0)));
+    cube.removeInterfaceBase(key(0));
+    cube.addInterface(nullptr);
+
+    const StrongPtr<Item, InterfaceBase> first = new Item(key(0));
+    for (int i = 0; i < 2; ++i)
+      std::as_const(cube).addInterface(first); // companions may be attached to a const object
+    EXPECT_EQ(cube.findInterface(key(0)), first);
+    EXPECT_EQ(first.strongCount(), 2);
+    cube.addInterface(new Item(key(0)));
+    EXPECT_EQ(first.strongCount(), 1);
+    EXPECT_NE(cube.getInterface(key(0)), first);
+    Slot& slot = cube.registerInterface(key(0));
+    EXPECT_EQ(Item::alive, 1);
+    EXPECT_TRUE(cube.hasInterface(key(0)) && !cube.findInterface(key(0)));
+    slot = first;
+    EXPECT_EQ(cube.findInterface(key(0)), first);
+    cube.removeInterfaceBase(key(0));
+    EXPECT_FALSE(cube.hasInterface(key(0)));
+    cube.addInterface(new Item(key(1)));
+    cube.clearInterfaces();
+    EXPECT_EQ(Item::alive, 1);
+    cube.addInterface(new Item(key(2)));
   }
-  EXPECT_EQ(Item::alive, 1);
+  EXPECT_EQ(Item::alive, 0);
 }
 
 class Tag {};
@@ -139,17 +131,14 @@ struct Derived : BySelf {};
 
 TEST(Intercube, TypedLookUpsUseTheKeyOfTheInterface) {
   Intercube cube;
-  EXPECT_FALSE(cube.hasInterface<ByTag>());
   const StrongPtr<ByTag, InterfaceBase> byTag = new ByTag;
   cube.addInterface(byTag);
   cube.addInterface(new Derived);
-  EXPECT_TRUE(cube.hasInterface(typeid(Tag)));
-  EXPECT_TRUE(cube.hasInterface<Tag>());
+  EXPECT_TRUE(cube.hasInterface(typeid(Tag)) && cube.hasInterface<Tag>());
   EXPECT_EQ(cube.findInterface<ByTag>(), byTag);
   EXPECT_EQ(cube.getInterface<ByTag>(), byTag);
   EXPECT_FALSE(cube.findInterface<OtherByTag>()) << "filed there, but of another class";
-  EXPECT_TRUE(cube.findInterface<BySelf>());
-  EXPECT_TRUE(cube.findInterface<Derived>());
+  EXPECT_TRUE(cube.findInterface<BySelf>() && cube.findInterface<Derived>());
   EXPECT_FALSE(cube.hasInterface(typeid(Derived)));
   cube.registerInterface<OtherByTag>() = new OtherByTag;
   EXPECT_TRUE(cube.findInterface<OtherByTag>());
@@ -158,18 +147,13 @@ TEST(Intercube, TypedLookUpsUseTheKeyOfTheInterface) {
 }
 
 TEST(Intercube, MakesInterfacesForEmptySlotsOnly) {
-  Intercube plain;
-  plain.registerInterface(key(0));
-  EXPECT_FALSE(plain.getInterface(key(0)));
-  EXPECT_TRUE(plain.hasInterface(key(0)));
-
   Maker maker;
   EXPECT_FALSE(maker.getInterface(key(0)));
   EXPECT_EQ(maker.asked, 0) << "no slot, nothing to fill";
   maker.registerInterface(key(0));
   EXPECT_FALSE(maker.getInterface(key(0)));
   EXPECT_TRUE(maker.hasInterface(key(0)));
-  maker.onCreate = [](const std::type_info& type) { return new Item(type); };
+  maker.onCreate = makeItem;
   EXPECT_FALSE(maker.findInterface(key(0)));
   const Slot made = maker.getInterface(key(0));
   EXPECT_TRUE(made);
@@ -179,73 +163,60 @@ TEST(Intercube, MakesInterfacesForEmptySlotsOnly) {
 }
 
 TEST(Intercube, TreatsDeadInterfacesAsNone) {
-  const auto putDead = [](const Intercube& cube) {
-    Item* item = new Item(key(0));
+  const auto strongCountAfterAsking = [](Intercube& cube) {
+    auto* item = new Item(key(0));
     cube.addInterface(item);
     delete item;
+    EXPECT_FALSE(cube.findInterface(key(0)) || cube.getInterface(key(0)));
+    EXPECT_TRUE(cube.iterateInterfaces(nullptr));
+    int count = 12345;
+    Visitor visitor([&](Slot& slot) {
+      count = slot.strongCount();
+      return true;
+    });
+    cube.iterateInterfaces(visitor);
+    return count;
   };
   Intercube plain;
-  putDead(plain);
-  EXPECT_FALSE(plain.findInterface(key(0)));
-  EXPECT_FALSE(plain.getInterface(key(0)));
-  EXPECT_EQ(strongCountIn(plain, key(0)), -111) << "nobody makes interfaces: the slot stays as is";
-  EXPECT_TRUE(plain.iterateInterfaces(nullptr));
-
+  EXPECT_EQ(strongCountAfterAsking(plain), -111) << "nobody makes any: the slot stays as it is";
   Maker maker;
-  putDead(maker);
-  EXPECT_FALSE(maker.getInterface(key(0)));
-  EXPECT_EQ(strongCountIn(maker, key(0)), 0) << "what was made, here nothing, is stored";
-  putDead(maker);
-  maker.onCreate = [](const std::type_info& type) { return new Item(type); };
+  EXPECT_EQ(strongCountAfterAsking(maker), 0) << "what was made, here nothing, is stored";
+  maker.onCreate = makeItem;
   EXPECT_TRUE(maker.getInterface(key(0)));
 }
 
 TEST(Intercube, WalksSlotsAndInterfaces) {
   Intercube cube;
+  std::vector<StrongPtr<Item, InterfaceBase>> items;
+  int calls = 0;
   for (std::size_t i = 0; i < 4; ++i) {
-    cube.addInterface(new Item(key(i)));
+    items.emplace_back(new Item(key(i)));
+    items[i]->onApply = [&] { return ++calls != 3; };
+    cube.addInterface(items[i]);
   }
   cube.registerInterface(key(4));
 
   Visitor all;
   EXPECT_EQ(cube.iterateInterfaces(all), 5);
-  Visitor second;
-  second.onVisit = [&](TypeInfo, Slot&) { return second.types.size() < 2; };
-  EXPECT_EQ(cube.iterateInterfaces(second), 1);
-  EXPECT_EQ(second.types, std::vector(all.types.begin(), all.types.begin() + 2));
-  second.onVisit = [](TypeInfo, Slot&) { return false; };
-  EXPECT_EQ(cube.iterateInterfaces(second), 0);
+  int left = 2;
+  Visitor two([&](Slot&) { return --left > 0; }), none([](Slot&) { return false; });
+  EXPECT_EQ(cube.iterateInterfaces(two), 1);
+  EXPECT_EQ(two.types, std::vector(all.types.begin(), all.types.begin() + 2));
+  EXPECT_EQ(cube.iterateInterfaces(none), 0);
   std::string names;
-  for (const std::string& name : all.types) {
+  for (const std::string& name : all.types)
     names += name + '|';
-  }
   EXPECT_EQ(cube.getInterfaceNames('|'), names);
 
-  int calls = 0;
   const StrongPtr<Parameter> parameter = new Parameter;
-  for (std::size_t i = 0; i < 4; ++i) {
-    StrongPtr<Item, InterfaceBase>(cube.findInterface(key(i)))->onApply = [&] {
-      return ++calls != 3;
-    };
-  }
-  EXPECT_TRUE(cube.iterateInterfaces(parameter));
+  EXPECT_TRUE(cube.iterateInterfaces(nullptr));
   EXPECT_EQ(calls, 3) << "the third call ended the walk";
-  EXPECT_TRUE(cube.const_iterateInterfaces(nullptr));
-  EXPECT_EQ(calls, 7);
-  calls = 10;
   EXPECT_TRUE(std::as_const(cube).const_iterateInterfaces(parameter));
-  const StrongPtr<Item, InterfaceBase> item(cube.findInterface(key(2)));
-  EXPECT_EQ(item->applied, &cube);
-  EXPECT_EQ(item->lastParameter, parameter);
-
-  Visitor emptier;
-  emptier.onVisit = [](TypeInfo, Slot& slot) {
-    slot = nullptr;
-    return true;
-  };
-  EXPECT_EQ(std::as_const(cube).iterateInterfaces(emptier), 5);
-  EXPECT_FALSE(cube.findInterface(key(0))) << "the visitor is given the slot itself";
-  EXPECT_TRUE(cube.hasInterface(key(0)));
+  EXPECT_EQ(calls, 7);
+  EXPECT_EQ(items[2]->applied, &cube);
+  EXPECT_EQ(items[2]->lastParameter, parameter);
+  emptySlots(cube);
+  EXPECT_TRUE(cube.hasInterface(key(0)) && !cube.findInterface(key(0)));
 }
 
 TEST(Intercube, ListsMangledNames) {
@@ -269,98 +240,78 @@ TEST(Intercube, ListsMangledNames) {
 /// Code of users that is called in the middle of an operation and changes the same object.
 TEST(Intercube, SurvivesChangesFromInside) {
   using Change = std::function<void(Intercube&)>;
+  const auto forKeys = [](std::size_t from, const std::function<void(const std::type_info&)>& act) {
+    for (std::size_t i = from; i < keyCount; ++i)
+      act(key(i));
+  };
   const std::pair<const char*, Change> changes[] = {
       {"nothing", [](Intercube&) {}},
-      {"grow",
-       [](Intercube& cube) {
-         for (std::size_t i = 2; i < 64; ++i) {
-           cube.addInterface(new Item(key(i)));
-         }
-       }},
-      {"remove", [](Intercube& cube) { cube.removeInterfaceBase(key(0)); }},
-      {"replace", [](Intercube& cube) { cube.addInterface(new Item(key(0))); }},
-      {"register", [](Intercube& cube) { cube.registerInterface(key(0)); }},
-      {"get", [](Intercube& cube) { cube.getInterface(key(1)); }},
-      {"clear", [](Intercube& cube) { cube.clearInterfaces(); }},
-      {"remove all one by one",
-       [](Intercube& cube) {
-         for (std::size_t i = 0; i < 64; ++i) {
-           cube.removeInterfaceBase(key(i));
-         }
-       }},
+      {"grow", [&](Intercube& c) { forKeys(2, [&](auto& k) { c.addInterface(new Item(k)); }); }},
+      {"remove", [](Intercube& c) { c.removeInterfaceBase(key(0)); }},
+      {"replace", [](Intercube& c) { c.addInterface(new Item(key(0))); }},
+      {"register", [](Intercube& c) { c.registerInterface(key(0)); }},
+      {"get", [](Intercube& c) { c.getInterface(key(1)); }},
+      {"clear", [](Intercube& c) { c.clearInterfaces(); }},
+      {"remove all", [&](Intercube& c) { forKeys(0, [&](auto& k) { c.removeInterfaceBase(k); }); }},
   };
   // Each operation releases or calls the interface under key 0, whose code makes the change.
   const std::pair<const char*, Change> operations[] = {
-      {"add", [](Intercube& cube) { cube.addInterface(new Item(key(0))); }},
-      {"register", [](Intercube& cube) { cube.registerInterface(key(0)) = new Item(key(0)); }},
-      {"remove", [](Intercube& cube) { cube.removeInterfaceBase(key(0)); }},
-      {"clear", [](Intercube& cube) { cube.clearInterfaces(); }},
-      {"apply", [](Intercube& cube) { EXPECT_TRUE(cube.iterateInterfaces(nullptr)); }},
-      {"apply const", [](Intercube& cube) { EXPECT_TRUE(cube.const_iterateInterfaces(nullptr)); }},
-      {"visit",
-       [](Intercube& cube) {
-         Visitor visitor;
-         visitor.onVisit = [](TypeInfo, Slot& slot) {
-           slot = nullptr;
-           return true;
-         };
-         EXPECT_GE(cube.iterateInterfaces(visitor), 1);
-       }},
+      {"add", [](Intercube& c) { c.addInterface(new Item(key(0))); }},
+      {"register", [](Intercube& c) { c.registerInterface(key(0)) = new Item(key(0)); }},
+      {"remove", [](Intercube& c) { c.removeInterfaceBase(key(0)); }},
+      {"clear", [](Intercube& c) { c.clearInterfaces(); }},
+      {"apply", [](Intercube& c) { EXPECT_TRUE(c.iterateInterfaces(nullptr)); }},
+      {"apply const", [](Intercube& c) { EXPECT_TRUE(c.const_iterateInterfaces(nullptr)); }},
+      {"visit", emptySlots},
       {"destroy", [](Intercube&) {}},
   };
-  for (const auto& [operationName, operate] : operations) {
+  for (const auto& [operationName, operate] : operations)
     for (const auto& [changeName, change] : changes) {
       SCOPED_TRACE(std::string(operationName) + " / " + changeName);
       {
         Maker cube;
-        cube.onCreate = [](const std::type_info& type) { return new Item(type); };
+        cube.onCreate = makeItem;
         cube.registerInterface(key(1));
-        Item* item = new Item(key(0));
+        auto* item = new Item(key(0));
         cube.addInterface(item);
         int changed = 0;
-        const auto act = [&, makeChange = change] {
-          if (++changed <= 2) {
+        item->onApply = [&, makeChange = change] {
+          if (++changed <= 2)
             makeChange(cube);
-          }
           return true;
         };
-        item->onEnd = act;
-        item->onApply = act;
+        item->onEnd = item->onApply;
         operate(cube);
         Visitor visitor;
         const int slots = cube.iterateInterfaces(visitor);
         const std::string names = cube.getInterfaceNames(',');
         EXPECT_EQ(std::count(names.begin(), names.end(), ','), slots);
-        for (std::size_t i = 0; i < 64; ++i) {
-          EXPECT_EQ(cube.hasInterface(key(i)),
-                    std::count(visitor.types.begin(), visitor.types.end(), key(i).name()) == 1);
-        }
+        forKeys(0, [&](auto& k) {
+          EXPECT_EQ(cube.hasInterface(k),
+                    std::count(visitor.types.begin(), visitor.types.end(), k.name()) == 1);
+        });
       }
       EXPECT_EQ(Item::alive, 0);
     }
-  }
 }
 
 TEST(Intercube, SurvivesChangesWhileAnInterfaceIsMade) {
-  for (const bool makes : {true, false}) {
-    for (const char* change : {"remove", "grow", "same", "clear"}) {
-      SCOPED_TRACE(std::string(change) + (makes ? " and make" : ""));
+  for (const bool makes : {true, false})
+    for (const std::string change : {"remove", "grow", "same", "clear"}) {
+      SCOPED_TRACE(change + (makes ? " and make" : ""));
       {
         Maker cube;
         Slot inside;
         cube.onCreate = [&](const std::type_info& type) -> Slot {
-          const std::string what = change;
-          if (what == "remove") {
+          if (change == "remove")
             cube.removeInterfaceBase(type);
-          } else if (what == "clear") {
+          else if (change == "clear")
             cube.clearInterfaces();
-          } else if (what == "same") {
+          else if (change == "same")
             cube.addInterface(inside = new Item(type));
-          } else {
-            for (std::size_t i = 1; i < 64; ++i) {
+          else
+            for (std::size_t i = 1; i < keyCount; ++i)
               cube.registerInterface(key(i));
-            }
-          }
           return makes ? new Item(type) : nullptr;
         };
         cube.registerInterface(key(0));
@@ -371,7 +322,4 @@ TEST(Intercube, SurvivesChangesWhileAnInterfaceIsMade) {
       }
       EXPECT_EQ(Item::alive, 0);
     }
-  }
 }
-
-} // namespace

@@ -4,11 +4,8 @@
 
 #include <tolvane/Verbose.hpp>
 
-#include <algorithm>
 #include <filesystem>
-#include <fstream>
 #include <gtest/gtest.h>
-#include <sstream>
 
 using namespace Tolvane;
 
@@ -45,15 +42,7 @@ std::string printed(Act act) {
   return testing::internal::GetCapturedStdout();
 }
 
-std::string textOfFile(const std::string& name) {
-  std::ifstream file(name, std::ios::binary);
-  std::ostringstream text;
-  text << file.rdbuf();
-  return text.str();
-}
-
-class Catcher : public VerboseCatcher {
-public:
+struct Catcher : VerboseCatcher {
   void catchMessage(int, const std::string& location, const std::string& text, const std::string&,
                     int, char) override {
     seen += location + text + '\n';
@@ -82,14 +71,12 @@ TEST(Module, AgreesWithItsHostOnTypes) {
   demangleSymbol("i"); // the plain types have their names from now on
   const Loaded guest;
   const auto ours = guest::types(), theirs = guest->types();
-  const auto names = guest->names();
-  const auto ids = guest->ids();
   ASSERT_EQ(theirs.size(), ours.size());
   int copies = 0;
   for (std::size_t i = 0; i < ours.size(); ++i) {
     const std::string name = Typename(*ours[i]);
-    EXPECT_EQ(names[i], name);
-    EXPECT_EQ(ids[i], getTypeID(*ours[i])) << name;
+    EXPECT_EQ(guest->names()[i], name);
+    EXPECT_EQ(guest->ids()[i], getTypeID(*ours[i])) << name;
     EXPECT_EQ(TypeInfo(*theirs[i]), TypeInfo(*ours[i])) << name;
     EXPECT_EQ(std::hash<TypeInfo>()(*theirs[i]), std::hash<TypeInfo>()(*ours[i])) << name;
     copies += theirs[i] != ours[i];
@@ -101,27 +88,28 @@ TEST(Module, AgreesWithItsHostOnTypes) {
 TEST(Module, SharesObjectsWithItsHost) {
   const Loaded guest;
   const std::uint64_t made = guest::Shape::instancesMade();
-  EXPECT_EQ(guest->shapesMade(), made);
-  StrongPtr<guest::Shape> theirs = guest->makeSquare(3);
-  EXPECT_EQ(theirs->instanceNumber(), made);
-  StrongPtr<guest::Shape> ours = new guest::Square(4), plain = new guest::Shape;
-  EXPECT_EQ(ours->instanceNumber(), made + 1);
+  const StrongPtr<guest::Shape> theirs = guest->makeSquare(3), ours = new guest::Square(4),
+                                plain = new guest::Shape;
+  EXPECT_TRUE(theirs->instanceNumber() == made && ours->instanceNumber() == made + 1);
   EXPECT_EQ(guest->shapesMade(), made + 3);
-  EXPECT_EQ(guest->cacheablesMade(), Cacheable::instancesMade());
   const StrongPtr<Cacheable> cacheable = new HostBrick;
   EXPECT_EQ(guest->cacheablesMade(), Cacheable::instancesMade());
-
   // Down, on either side, whoever made the object.
   const StrongPtr<guest::Square, guest::Shape> square(theirs);
-  ASSERT_TRUE(square);
+  ASSERT_TRUE(square && dynamic_cast<guest::Square*>(theirs.get()));
   EXPECT_EQ(square->area(), 9);
-  EXPECT_NE(dynamic_cast<guest::Square*>(theirs.get()), nullptr);
   EXPECT_EQ(guest->areaOfSquare(theirs), 9);
   EXPECT_EQ(guest->areaOfSquare(ours), 16);
   EXPECT_EQ(guest->areaOfSquare(plain), -1);
   EXPECT_EQ(typeid(*theirs), typeid(guest::Square));
-  EXPECT_EQ(theirs.strongCount(), 2);
-  EXPECT_EQ(theirs.weakCount(), 3);
+  EXPECT_TRUE(theirs.strongCount() == 2 && theirs.weakCount() == 3);
+
+  const StrongPtr<Catcher, VerboseCatcher> catcher = new Catcher;
+  VerboseCatcher::theCatcher = catcher;
+  guest->say("from outside");
+  VerboseCatcher::theCatcher = nullptr;
+  EXPECT_NE(catcher->seen.find("Guest.cpp:"), std::string::npos) << catcher->seen;
+  EXPECT_TRUE(catcher->seen.ends_with("from outside\n")) << catcher->seen;
 }
 
 TEST(Module, ThrowsAcrossItsBorder) {
@@ -152,22 +140,12 @@ TEST(Module, ThrowsAcrossItsBorder) {
       << ours;
 }
 
-TEST(Module, SpeaksThroughTheSameStream) {
-  const Loaded guest;
-  const StrongPtr<Catcher, VerboseCatcher> catcher = new Catcher;
-  VerboseCatcher::theCatcher = catcher;
-  guest->say("from outside");
-  VerboseCatcher::theCatcher = nullptr;
-  EXPECT_NE(catcher->seen.find("Guest.cpp:"), std::string::npos) << catcher->seen;
-  EXPECT_TRUE(catcher->seen.ends_with("from outside\n")) << catcher->seen;
-}
-
 TEST(Module, TakesItsTypesOutBeforeItGoes) {
   const StrongPtr<Cache, CacheBase> cache = new Cache(4000, "shared");
   Intercube cube;
   cube.addInterface(new guest::Unit);
   const auto host = makeHostMaker(cache);
-  WeakPtr<Cacheable> brick, zombie;
+  WeakPtr<Cacheable> brick;
   WeakPtr<Creature> creator;
   for (int round = 0; round < 2; ++round) {
     Loaded guest;
@@ -177,8 +155,7 @@ TEST(Module, TakesItsTypesOutBeforeItGoes) {
     host->data = makeHostMaker(cache)->data;
     host->data->setCreator(host);
     host->enableCaching(false);
-    EXPECT_EQ(cache->nEntries(), 3U);
-    EXPECT_EQ(cache->totalCost(true), 2500U);
+    EXPECT_TRUE(cache->nEntries() == 3 && cache->totalCost(true) == 2500);
     const std::string list = printed([&] { cache->list_info(); });
     for (const char* part : {"guest brick", "guest maker", "from the module", "HostBrick"})
       EXPECT_NE(list.find(part), std::string::npos) << part << list;
@@ -188,39 +165,30 @@ TEST(Module, TakesItsTypesOutBeforeItGoes) {
     const auto other = makeHostMaker(cache);
     EXPECT_TRUE(cache->touch(second->getCacheable()) && cache->touch(host->data));
     EXPECT_TRUE(cache->adjust(brick->CreatorType(), brick->DomainType(), 2000));
-    EXPECT_FALSE(brick);
-    EXPECT_TRUE(second->getCacheable() && host->data);
+    EXPECT_TRUE(!brick && second->getCacheable() && host->data);
 
     // All that is left dies when the module leaves: data, zombies, interfaces.
     brick = second->getCacheable();
     creator = second;
     cache->insert_zombie(guest->makeMaker(cache, 100)->getCacheable());
-    EXPECT_TRUE(cube.hasInterface<guest::Unit>());
     EXPECT_NE(cube.getInterfaceNames(' ').find("Note"), std::string::npos);
     guest->leave(*cache, cube);
-    first.reset();
-    second.reset();
+    first = second = nullptr;
     guest.unload();
     EXPECT_FALSE(guest.isMapped()) << "round " << round;
 
     // And everything else goes on.
-    EXPECT_FALSE(brick || creator);
-    EXPECT_EQ(brick.strongCount(), -111);
-    EXPECT_FALSE(creator.lock());
-    EXPECT_EQ(cache->nEntries(), 1U);
-    EXPECT_EQ(cache->totalCost(true), 1000U);
-    const std::string left = printed([&] {
-      cache->list_info();
-      cube.printInterfaces();
-    });
+    EXPECT_FALSE(brick || creator.lock());
+    EXPECT_TRUE(cache->nEntries() == 1 && cache->totalCost(true) == 1000);
+    const std::string left =
+        printed([&] { cache->list_info(); }) + printed([&] { cube.printInterfaces(); });
     EXPECT_EQ(left.find("guest brick"), std::string::npos) << left;
-    EXPECT_NE(left.find("HostBrick"), std::string::npos) << left;
-    EXPECT_NE(left.find(":\t 1 interfaces\n"), std::string::npos) << left;
+    for (const char* part : {"HostBrick", ":\t 1 interfaces\n"})
+      EXPECT_NE(left.find(part), std::string::npos) << left;
     EXPECT_TRUE(cube.findInterface<guest::Unit>());
     for (const char* name : {"guest brick", "guest maker"})
       EXPECT_EQ(detail::typeByName(name), typeid(void)) << name;
-    EXPECT_TRUE(cache->touch(host->data));
-    EXPECT_TRUE(cache->insert(other->data, true));
+    EXPECT_TRUE(cache->touch(host->data) && cache->insert(other->data, true));
     EXPECT_EQ(cache->purge(), 2000U);
     EXPECT_EQ(cache->nEntries(), 0U);
     EXPECT_EQ(Typename(typeid(guest::Square)), "guest::Square");
@@ -229,41 +197,55 @@ TEST(Module, TakesItsTypesOutBeforeItGoes) {
 
 // A host that does not link the library, and loads and unloads it, twice in one process.
 TEST(Module, LibraryComesLateAndGoesEarly) {
-  const std::string module = TOLVANE_TEST_MODULE_DIR "/UsesLibrary" TOLVANE_TEST_MODULE_SUFFIX;
-  const auto runHost = [&](const std::string& how) {
-    const std::string folder = std::filesystem::current_path().string() + "/" + how;
-    std::filesystem::create_directory(folder);
+  const std::string once = "(none)\nused: 2 (anonymous namespace)::Item 42\n",
+                    round = once + "mapped: 0 0\nopen: 0\n";
+  const struct {
+    std::string how, expected;
+    std::vector<std::string> prefixes; // of what it leaves
+  } cases[] = {
+      {"unload", round + round, {"0", "1"}},
+      // With a thread that used the library and ends after it went.
+      {"unload_before_thread", round + round, {"0", "1"}},
+      // Never unloaded: the end of the process does the same.
+      {"stay", once, {""}},
+  };
+  for (const auto& c : cases) {
+    std::filesystem::create_directory(c.how);
     const ProbeResult run =
-        runProbe({TOLVANE_TEST_LIBRARY, module, how},
+        runProbe({TOLVANE_TEST_LIBRARY,
+                  TOLVANE_TEST_MODULE_DIR "/UsesLibrary" TOLVANE_TEST_MODULE_SUFFIX, c.how},
                  // The tables of the library stay allocated until the process ends; a leak detector
                  // cannot reach them once the library itself is unmapped.
                  {.environment = {{"TOLVANE_VERBOSITY_FILE_WRITE", "used.txt"},
                                   {"ASAN_OPTIONS", "detect_leaks=0"}},
-                  .directory = folder,
+                  .directory = c.how,
                   .program = TOLVANE_TEST_HOST_DIR "/LoadsLibrary" TOLVANE_TEST_PROGRAM_SUFFIX});
-    EXPECT_EQ(run.exitCode, 0) << how << run.signal << run.out << run.err;
-    EXPECT_EQ(textOf(run.err), "") << how;
-    return textOf(run.out);
-  };
-  const std::string used = "UsesLibrary.cpp\n";
-  const auto holdsTheReport = [](const std::string& file, const char* reason) {
-    const std::string log = textOfFile(file);
-    return log.find(std::string(" because of ") + reason) != std::string::npos &&
-           log.find("IRREGULARITY") == log.rfind("IRREGULARITY");
-  };
-
-  const std::string round = "(none)\nused: 2 (anonymous namespace)::Item 42\n"
-                            "mapped: 0 0\nopen: 0\n";
-  EXPECT_EQ(runHost("unload"), round + round);
-  for (const char* number : {"0", "1"}) {
-    const std::string folder = std::string("unload/") + number;
-    EXPECT_TRUE(textOfFile(folder + "used.txt").ends_with(used)) << number;
-    EXPECT_TRUE(holdsTheReport(folder + "Irregularities.log", "used late")) << number;
+    EXPECT_EQ(run.exitCode, 0) << c.how << run.signal << run.out;
+    EXPECT_EQ(run.err, "") << c.how;
+    EXPECT_EQ(textOf(run.out), c.expected) << c.how;
+    for (const std::string& prefix : c.prefixes) {
+      EXPECT_TRUE(contentOf(c.how + '/' + prefix + "used.txt").ends_with("UsesLibrary.cpp\n"));
+      const std::string log = contentOf(c.how + '/' + prefix + "Irregularities.log");
+      EXPECT_NE(log.find(" because of used late"), std::string::npos) << c.how << log;
+      EXPECT_EQ(log.find("IRREGULARITY"), log.rfind("IRREGULARITY")) << c.how << log;
+    }
   }
-  // With a thread that used the library and ends after it went.
-  EXPECT_EQ(runHost("unload_before_thread"), round + round);
-  // Never unloaded: the end of the process does the same.
-  EXPECT_EQ(runHost("stay"), "(none)\nused: 2 (anonymous namespace)::Item 42\n");
-  EXPECT_TRUE(textOfFile("stay/used.txt").ends_with(used));
-  EXPECT_TRUE(holdsTheReport("stay/Irregularities.log", "used late"));
+}
+
+/// Modules bring loaders and savers and take them out again, whichever comes and goes first: what
+/// another module registered for the same type of data stays, and nothing keeps a module mapped. A
+/// type that is a module's own goes with it: new types have the registries read all their keys.
+TEST(Module, LoadersAndSaversComeAndGoWithIt) {
+  const std::string a = TOLVANE_TEST_MODULE_DIR "/BringsLoadersA" TOLVANE_TEST_MODULE_SUFFIX,
+                    b = TOLVANE_TEST_MODULE_DIR "/BringsLoadersB" TOLVANE_TEST_MODULE_SUFFIX,
+                    onlyA = "own of A, own saver of A, shared of A, stream of A, no more\n",
+                    onlyB = "own of B, own saver of B, shared of B, stream of B, no more\n",
+                    both = "own of A, own of B, own saver of A, own saver of B, ",
+                    sharedA = both + "shared of A, stream of A, no more\n";
+  const ProbeResult run = runProbe({"registry_modules", "+" + a, "+" + b, "-" + a, "+" + a, "-" + b,
+                                    "-" + a, "+" + b, "+" + a, "-" + a, "-" + b});
+  EXPECT_EQ(run.exitCode, 0) << run.err;
+  EXPECT_EQ(textOf(run.out), onlyA + both + "shared of B, stream of B, no more\n" + onlyB +
+                                 sharedA + onlyA + "none\n" + onlyB + sharedA +
+                                 "own of B, own saver of B, no more\n" + "none\n");
 }

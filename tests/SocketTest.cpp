@@ -6,10 +6,7 @@
 #include <cstring>
 #include <gtest/gtest.h>
 #include <iostream>
-#include <memory>
-#include <string>
 #include <system_error>
-#include <vector>
 
 #ifdef _WIN32
 #include <winsock2.h>
@@ -130,20 +127,14 @@ private:
   bool bound_ = false;
 };
 
-std::string peerOf(Native s) {
-  Address peer;
-  return getpeername(s, peer.get(), &peer.size) == 0 ? peer.host() : "none";
-}
-
 TEST(Socket, ConnectsToAListener) {
   Listener listener;
   listener.acceptConnections();
   for (const std::string& port : {listener.port(), "0" + listener.port()}) {
     const int handle = ConnectTo("127.0.0.1", port);
     ASSERT_GT(handle, 2);
-    const Socket client(static_cast<Native>(handle));
+    const Socket client(static_cast<Native>(handle)), server = listener.accept();
     EXPECT_FALSE(isInherited(client));
-    const Socket server = listener.accept();
     client.write("from the client");
     EXPECT_EQ(server.readSome(), "from the client");
     server.write("from the server");
@@ -152,53 +143,30 @@ TEST(Socket, ConnectsToAListener) {
 }
 
 TEST(Socket, UnresolvedHostsAndPorts) {
-  constexpr int hostNotFound = 11001;
-  constexpr int serviceNotFound = 10109;
-  struct Case {
-    std::string host;
-    std::string port;
-    int code;
-  };
-  const std::string longText(1000000, 'a');
-  const Case cases[] = {
-      // Names that no name server is asked for: a part is longer than 63 bytes, or empty, or names
-      // an interface that is not there.
-      {std::string(64, 'x'), "80", hostNotFound},
-      {"a..b", "80", hostNotFound},
-      {"fe80::1%none", "80", hostNotFound},
-      {longText, "80", hostNotFound},
-      {"", "80", hostNotFound},
-      {"", "", hostNotFound},
-      {"127.0.0.1\0x"s, "80", hostNotFound},
-      {"\0"s, "80", hostNotFound},
-      {"127.0.0.1", "", serviceNotFound},
-      {"127.0.0.1", "no-such-service", serviceNotFound},
-      {"127.0.0.1", "\xff\x01 %s%n", serviceNotFound},
-      {"127.0.0.1", longText, serviceNotFound},
-      {"127.0.0.1", "80\0"s, serviceNotFound},
-      {"127.0.0.1", "-1", serviceNotFound},
-      {"127.0.0.1", "65536", serviceNotFound},
-      {"127.0.0.1", "4294967376", serviceNotFound},
-      {"127.0.0.1", std::string(1000, '9'), serviceNotFound},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(testing::PrintToString(c.host.substr(0, 80)) + " " +
-                 testing::PrintToString(c.port.substr(0, 80)));
+  const std::string longText(1000000, 'a'), local = "127.0.0.1";
+  const auto check = [](const std::string& host, const std::string& port, int code,
+                        const char* message) {
+    SCOPED_TRACE(testing::PrintToString(host.substr(0, 80) + " " + port.substr(0, 80)));
     try {
-      ConnectTo(c.host, c.port);
+      ConnectTo(host, port);
       ADD_FAILURE() << "no exception";
     } catch (const SocketError& error) {
-      EXPECT_EQ(error.code, c.code);
-      EXPECT_STREQ(error.message,
-                   c.code == hostNotFound
-                       ? "HOST NOT FOUND - Parameters or the nodename and servname parameters were "
-                         "not provided."
-                       : "SERVICE NOT FOUND - The servname parameter is not supported for the "
-                         "specified ai_socktype member of the hints parameter.");
-      EXPECT_EQ(error.host, c.host);
-      EXPECT_EQ(error.port, c.port);
+      EXPECT_EQ(error.code, code);
+      EXPECT_STREQ(error.message, message);
+      EXPECT_TRUE(error.host == host && error.port == port);
     }
-  }
+  };
+  // Names that no name server is asked for: a part is longer than 63 bytes, or empty, or names an
+  // interface that is not there.
+  for (const std::string& host :
+       {std::string(64, 'x'), "a..b"s, "fe80::1%none"s, longText, ""s, "127.0.0.1\0x"s, "\0"s})
+    check(host, "80", 11001,
+          "HOST NOT FOUND - Parameters or the nodename and servname parameters were not provided.");
+  for (const std::string& port : {""s, "no-such-service"s, "\xff\x01 %s%n"s, longText, "80\0"s,
+                                  "-1"s, "65536"s, "4294967376"s, std::string(1000, '9')})
+    check(local, port, 10109,
+          "SERVICE NOT FOUND - The servname parameter is not supported for the specified "
+          "ai_socktype member of the hints parameter.");
 }
 
 // A name with several addresses, of which each in turn is the only one that accepts.
@@ -211,7 +179,6 @@ TEST(Socket, TriesEveryAddress) {
   std::cout << name << " has " << addresses.size() << " addresses\n";
   ASSERT_FALSE(addresses.empty());
   for (Address& accepting : addresses) {
-    SCOPED_TRACE(accepting.host());
     Listener listener(accepting);
     if (!listener.bound()) // listed by the resolver, but not an address of this machine
       continue;
@@ -220,42 +187,38 @@ TEST(Socket, TriesEveryAddress) {
     for (const Address& other : streamAddresses(name, listener.port()))
       refusing.push_back(std::make_unique<Listener>(other));
     const Socket client(static_cast<Native>(ConnectTo(name, listener.port())));
-    EXPECT_EQ(peerOf(client), accepting.host());
+    Address peer;
+    EXPECT_EQ(getpeername(client, peer.get(), &peer.size), 0);
+    EXPECT_EQ(peer.host(), accepting.host());
   }
 }
 
-TEST(Socket, RefusedConnections) {
+TEST(Socket, HandlesOfAProcess) {
+  Listener listening;
   const Listener refusing;
-  for (const bool closeStdin : {false, true}) {
-    const ProbeResult run =
-        runProbe({"connect", "127.0.0.1", refusing.port()}, {.closeStdin = closeStdin});
-    EXPECT_EQ(run.exitCode, 0);
-    EXPECT_EQ(textOf(run.out), "URL: could not open valid connection.\n"
-                               "handle: none\n"
-                               "standard input: "s +
-                                   (closeStdin ? "closed\n" : "open\n"));
-    EXPECT_EQ(run.err, "");
+  listening.acceptConnections();
+  const std::string refused = "URL: could not open valid connection.\nhandle: none\n";
+  const struct {
+    std::string port;
+    bool closeStdin;
+    std::string expected;
+  } cases[] = {{refusing.port(), false, refused + "standard input: open\n"},
+               {refusing.port(), true, refused + "standard input: closed\n"},
+               // The socket does not become the standard input.
+               {listening.port(), true, "handle: connected\nstandard input: closed\n"}};
+  for (const auto& c : cases) {
+    const ProbeResult run = probe("connect 127.0.0.1 " + c.port, {.closeStdin = c.closeStdin});
+    EXPECT_EQ(run.out + run.err, c.expected);
   }
-}
-
-TEST(Socket, SocketDoesNotBecomeStandardInput) {
-  Listener listener;
-  listener.acceptConnections();
-  const ProbeResult run = runProbe({"connect", "127.0.0.1", listener.port()}, {.closeStdin = true});
-  EXPECT_EQ(textOf(run.out), "handle: connected\nstandard input: closed\n");
-  EXPECT_EQ(run.err, "");
-}
-
-// Nobody can connect to the broadcast address, which the system knows by itself.
-TEST(Socket, OtherErrorsLeaveAnUnconnectedHandle) {
-  const ProbeResult run = runProbe({"connect", "255.255.255.255", "9"});
+  // Nobody can connect to the broadcast address, which the system knows by itself.
+  const ProbeResult run = probe("connect 255.255.255.255 9");
   const std::string said = "stream to `255.255.255.255' 9: error code ";
   ASSERT_TRUE(run.out.starts_with(said)) << run.out;
   const int code = std::atoi(run.out.c_str() + said.size());
   EXPECT_NE(code, 0);
-  EXPECT_EQ(textOf(run.out),
+  EXPECT_EQ(run.out,
             said + std::to_string(code) + ".\nhandle: unconnected\nstandard input: open\n");
-  EXPECT_EQ(textOf(run.err),
+  EXPECT_EQ(run.err,
             "CANNOT connect to HDF5 stream: " + std::system_category().message(code) + "\n");
 }
 

@@ -50,7 +50,8 @@ public:
   /// Called by `breakpoint` once it has printed @p text and the stack.
   ///
   /// A breakpoint that this function itself runs into is printed and passed over. An exception
-  /// goes through `breakpoint` to its caller.
+  /// goes through `breakpoint` to its caller; in the report of an inconsistent pointer, which may
+  /// not throw, it ends the process.
   /// @param text    what `breakpoint` was given.
   /// @param frames  the call stack, empty when none could be captured.
   /// @return true to stop in the debugger, false to go on.

@@ -12,6 +12,7 @@
 #else
 #include <csignal>
 #include <cstring>
+#include <mutex>
 #endif
 
 namespace Tolvane {
@@ -49,6 +50,9 @@ bool isTraced() {
 void trapIntoDebugger() {
   if (!isTraced())
     return;
+  // The disposition is one for all threads: two of them in here would restore each other's.
+  static std::mutex& mutex = *new std::mutex;
+  const std::lock_guard lock(mutex);
   // A debugger sees the signal before its disposition counts. Ignoring it saves the process from a
   // tracer that is no debugger and hands the signal on.
   struct sigaction ignore {};

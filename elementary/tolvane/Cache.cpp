@@ -22,32 +22,32 @@ std::string outOfMemoryText(const Cacheable* object) {
          (object != nullptr ? Typename(typeid(*object)) : "Unknown object");
 }
 
-/// What has to be known of an object to admit it, read while it is held: afterwards it may be
-/// asked to go like any other.
-struct Admission {
+} // namespace
+
+/// An object that asks to be admitted, held together with its creator.
+struct Cache::Applicant {
+  detail::Held<Creature> creator; // let go of after the object
+  detail::Held<Cacheable> object;
   const std::type_info* domain = nullptr;
   const std::type_info* creatorDomain = nullptr;
   memsize_t cost = 0;
-  detail::Held<Creature> creator{}; ///< Held, lest the object comes into a queue without it.
 
-  /// Whether the object and its creator are alive and held.
-  bool read(const WeakPtr<Cacheable>& object) {
-    const detail::Held<Cacheable> held(object);
-    if (!held.owned()) {
+  /// Whether the object and its creator are alive and held by somebody.
+  bool hold(const WeakPtr<Cacheable>& candidate) {
+    object = detail::Held<Cacheable>(candidate);
+    if (!object.owned()) {
       return false;
     }
-    creator = detail::Held<Creature>(held->creator());
+    creator = object->holdCreator();
     if (!creator.owned()) {
       return false;
     }
-    domain = &held->DomainType();
-    creatorDomain = &held->CreatorType();
-    cost = held->memsize();
+    domain = &object->DomainType();
+    creatorDomain = &object->CreatorType();
+    cost = object->memsize();
     return true;
   }
 };
-
-} // namespace
 
 Cache::OutOfMemory::OutOfMemory(const StrongPtr<Cacheable>& object,
                                 const WeakPtr<Creature>& creator,
@@ -81,9 +81,9 @@ bool Cache::handleOutOfMemory(const StrongPtr<Cacheable>& object,
 }
 
 bool Cache::insert(const WeakPtr<Cacheable>& object, bool asOldest) {
-  const auto alive = StrongPtr<CacheBase>::holdIfHeld(self());
-  Admission admission;
-  if (!admission.read(object)) {
+  StrongPtr<CacheBase> alive; // from the moment on in which something may let go of the cache
+  Applicant applicant;
+  if (!applicant.hold(object)) {
     return false;
   }
   if (verbosity() > 0) {
@@ -93,32 +93,45 @@ bool Cache::insert(const WeakPtr<Cacheable>& object, bool asOldest) {
     report << "Info: Cache<" << name() << ">::insert(): Have " << std::to_string(nEntries())
            << " entries using " << mem(total) << " (" << mem(freeable) << " freeable, "
            << mem(total - freeable) << " unfreeable) of " << mem(limit()) << " allowed, adding "
-           << mem(admission.cost) << " " << *admission.domain << " ---> Creator Type "
-           << *admission.creatorDomain;
+           << mem(applicant.cost) << " " << *applicant.domain << " ---> Creator Type "
+           << *applicant.creatorDomain;
     if (verbosity() > 1) {
       report << " [process uses " << mem(getMemUsage()) << ", available "
              << mem(getAvailableMemory()) << " of " << mem(getMemorySize()) << "]";
     }
   }
-  purge_Hades();
-  // The zombies may have held the object, or have been a part of it.
-  if (!admission.read(object)) {
-    return false;
+  if (objects_.hasZombies() || !fits(applicant.cost)) {
+    alive = StrongPtr<CacheBase>::holdIfHeld(self());
+    // Others decide now what becomes of this object, too, as if nobody asked for it.
+    applicant.object = {};
+    purge_Hades();
+    // The zombies may have held the object, or have been a part of it.
+    if (!applicant.hold(object)) {
+      return false;
+    }
+    applicant.object = {};
+    if (!adjust(*applicant.creatorDomain, *applicant.domain, applicant.cost)) {
+      return refuse(applicant.cost, *applicant.creatorDomain, *applicant.domain);
+    }
+    applicant.object = detail::Held<Cacheable>(object);
   }
-  const auto refuse = [&] {
-    objects_.countRefusal(*admission.creatorDomain, *admission.domain);
-    TOLVANE_VERBOSE_DOMAIN(1, "Mem") << "Cache<" << name() << ">::insert(): no room for "
-                                     << mem(admission.cost) << " of " << *admission.domain;
-    return false;
-  };
-  if (!adjust(*admission.creatorDomain, *admission.domain, admission.cost) ||
-      !objects_.insert(object, asOldest)) {
-    return refuse();
+  if (!applicant.object.owned() ||
+      !objects_.insert(*applicant.object, *applicant.creatorDomain, *applicant.domain, asOldest)) {
+    return refuse(applicant.cost, *applicant.creatorDomain, *applicant.domain);
   }
   if (verbosity() >= 11) {
+    applicant.object = {}; // it does not count in what is printed
     list_info();
   }
   return true;
+}
+
+bool Cache::refuse(memsize_t cost, const std::type_info& creatorType,
+                   const std::type_info& domainType) {
+  objects_.countRefusal(creatorType, domainType);
+  TOLVANE_VERBOSE_DOMAIN(1, "Mem")
+      << "Cache<" << name() << ">::insert(): no room for " << mem(cost) << " of " << domainType;
+  return false;
 }
 
 void Cache::insert_zombie(const WeakPtr<Cacheable>& object) {
@@ -142,15 +155,20 @@ memsize_t Cache::purge() {
   return objects_.purge();
 }
 
+/// Whether the sum stays below the limit, strictly: at equality the queue decides, and says yes.
+bool Cache::fits(memsize_t cost) const {
+  const memsize_t total = totalCost(false);
+  return total < limit() && cost < limit() - total; // without a sum that could wrap
+}
+
 bool Cache::adjust(const std::type_info& creatorType, const std::type_info& domainType,
                    memsize_t newCost) {
-  const memsize_t total = totalCost(false);
-  // Strictly below, without a sum that could wrap; at equality the queue decides, and says yes.
-  if (total < limit() && newCost < limit() - total) {
+  if (fits(newCost)) {
     return true;
   }
   if (verbosity() > 10) {
-    std::printf("bool Cache::adjust(): Have %llu Allowed %llu new %llu\n", total, limit(), newCost);
+    std::printf("bool Cache::adjust(): Have %llu Allowed %llu new %llu\n", totalCost(false),
+                limit(), newCost);
     std::fflush(stdout);
   }
   const auto alive = StrongPtr<CacheBase>::holdIfHeld(self());

@@ -143,8 +143,12 @@ public:
   static WeakPtr<Cache, CacheBase> MemCache();
 
 private:
+  struct Applicant;
+
   template <class List>
   void list(List list) const;
+  bool fits(memsize_t cost) const;
+  bool refuse(memsize_t cost, const std::type_info& creatorType, const std::type_info& domainType);
 
   CreatorCacheMap objects_;
   const memsize_t limit_;

@@ -1,6 +1,7 @@
 #include <tolvane/Cache.hpp>
 #include <tolvane/CacheMap.hpp>
 #include <tolvane/CacheTotalsInternal.hpp>
+#include <tolvane/Creature.hpp>
 #include <tolvane/DomainMapInternal.hpp>
 #include <tolvane/HeldInternal.hpp>
 #include <tolvane/Typename.hpp>
@@ -47,17 +48,20 @@ CacheMultiQueue& CacheMap::obtain(const std::type_info& domainType) {
 }
 
 bool CacheMap::insert(const WeakPtr<Cacheable>& object, bool asOldest) {
+  detail::Held<Creature> creator; // let go of after the object
+  const detail::Held<Cacheable> held(object);
+  if (!held) {
+    return false;
+  }
+  creator = held->holdCreator();
+  return insert(*held, held->DomainType(), asOldest);
+}
+
+/// Inserts an object that the caller holds together with its creator.
+bool CacheMap::insert(Cacheable& object, const std::type_info& domainType, bool asOldest) {
   for (;;) {
-    const std::type_info* type = nullptr;
-    {
-      const detail::Held<Cacheable> held(object);
-      if (!held) {
-        return false;
-      }
-      type = &held->DomainType();
-    }
-    CacheMultiQueue& queues = obtain(*type);
-    if (asOldest ? queues.push_back(object) : queues.push_front(object)) {
+    CacheMultiQueue& queues = obtain(domainType);
+    if (queues.insert(object, asOldest)) {
       return true;
     }
     if (!queues.closed() || closed_) {

@@ -92,8 +92,10 @@ public:
   bool closed() const noexcept { return closed_.load(std::memory_order_relaxed); }
 
 private:
+  friend class CreatorCacheMap;
   struct Domains;
 
+  bool insert(Cacheable& object, const std::type_info& domainType, bool asOldest);
   CacheMultiQueue& obtain(const std::type_info& domainType);
 
   std::shared_ptr<detail::CacheTotals> totals_;

@@ -99,6 +99,8 @@ public:
   const CacheQueue* keepers() const noexcept { return keepers_.get(); }
 
 private:
+  friend class CacheMap;
+
   /// A queue that is made when it is first needed and stays from then on.
   struct Slot {
     StrongPtr<CacheQueue, Cacheable> owner;
@@ -108,6 +110,7 @@ private:
   };
 
   CacheQueue& obtain(Slot& slot, CacheQueue::Role role);
+  bool insert(Cacheable& object, bool asOldest);
   template <class Visit>
   void forEachQueue(Visit visit) const;
 

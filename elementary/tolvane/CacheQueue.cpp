@@ -39,7 +39,7 @@ constexpr std::chrono::seconds PatienceForQueue{10};
 
 /// An entry whose creator is gone is looked at so often, a millisecond apart, before it counts as
 /// forgotten: a thread that merely looks at it may have kept it from going with its creator.
-constexpr int LooksAtForgotten = 100;
+constexpr int LooksAtForgotten = 30;
 
 /// The number of adjustments so far, for the debug stop. Raced on purpose.
 std::atomic<std::int32_t> adjustments{0};
@@ -216,11 +216,7 @@ bool CacheQueue::put(const char* operation, const WeakPtr<Cacheable>& object, En
   if (!object) {
     return false;
   }
-  if (!detail::defaultTypenamesInstalled()) {
-    // Asking for a name makes the plain types readable, for everybody, from the first push on.
-    typeNames(object);
-  }
-  TOLVANE_VERBOSE_DOMAIN(100, "Mem") << operation << typeNames(object) << ")";
+  trace(operation, object);
   // Held only once the queue is, since nothing is waited for with a hold; let go of after the
   // queue, for it may be the last hold.
   detail::Held<Cacheable> held;
@@ -230,6 +226,20 @@ bool CacheQueue::put(const char* operation, const WeakPtr<Cacheable>& object, En
   }
   held = detail::Held<Cacheable>(object);
   return held && held->enter(*this, end, entry);
+}
+
+/// Inserts an object that the caller holds together with its creator.
+bool CacheQueue::insert(Cacheable& object, bool asOldest) {
+  trace(asOldest ? "CacheQueue::put_in_back(type=" : "CacheQueue::push_front(type=", object.self());
+  return object.push(*this, asOldest ? End::Oldest : End::Newest);
+}
+
+void CacheQueue::trace(const char* operation, const WeakPtr<Cacheable>& object) {
+  if (!detail::defaultTypenamesInstalled()) {
+    // Asking for a name makes the plain types readable, for everybody, from the first push on.
+    typeNames(object);
+  }
+  TOLVANE_VERBOSE_DOMAIN(100, "Mem") << operation << typeNames(object) << ")";
 }
 
 /// Makes an object that stood aside the first to be asked.
@@ -249,15 +259,17 @@ bool CacheQueue::includes(const Cacheable& object) const {
 
 /// Whether an entry whose creator is gone leaves the queue, or gets another creator, in a moment.
 bool CacheQueue::goesByItself(const WeakPtr<Cacheable>& entry) const {
-  for (int looks = 0; looks < LooksAtForgotten && !detail::otherThreadsAreGone(); ++looks) {
+  for (int looks = 0; looks <= LooksAtForgotten && !detail::otherThreadsAreGone(); ++looks) {
     {
       const detail::Held<Cacheable> held(entry);
       if (!held || !includes(*held) || held->creator()) {
         return true;
       }
-      if (!held.owned()) {
+      const std::lock_guard own(held->mutex_);
+      if (!held.owned() || held->forgotten_) {
         return false;
       }
+      held->forgotten_ = looks == LooksAtForgotten;
     }
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }
@@ -525,14 +537,18 @@ bool CacheQueue::Eviction::look(Candidate& candidate) const {
       return false;
     }
     const detail::Held<Cacheable> held(candidate.object);
-    if (held) {
-      candidate.maker = held->creator();
-      candidate.creator = detail::Held<Creature>(candidate.maker);
-      candidate.size = held->memsize();
-      candidate.name = held->name();
-      candidate.domain = &held->DomainType();
-      return true;
+    if (!held) {
+      continue;
     }
+    candidate.size = held->memsize();
+    candidate.domain = &held->DomainType();
+    const std::lock_guard own(held->mutex_);
+    candidate.creator = detail::Held<Creature>(held->creator_);
+    if (!candidate.creator) {
+      candidate.maker = held->creator_;
+    }
+    candidate.name = held->name_;
+    return true;
   }
 }
 

@@ -98,8 +98,8 @@ public:
   ///
   /// Throws NullPtrException, after its report, at an entry without a live creator, and what a
   /// creator throws; the queue is whole then. A creator that is just being destroyed is not asked.
-  /// An entry whose creator is gone is given a tenth of a second to follow it, because some thread
-  /// may just be looking at it.
+  /// An entry whose creator is gone is once given some hundredths of a second to follow it, because
+  /// another thread may just be looking at it.
   memsize_t purge();
 
   /// Releases the oldest entries until `newCost` bytes fit the limit of `cache`, or no entry is
@@ -146,6 +146,8 @@ private:
   void count(memsize_t bytes, int entries) noexcept;
   void countEntry(const CacheQueue* from, Entry entry) noexcept;
   bool put(const char* operation, const WeakPtr<Cacheable>& object, End end, Entry entry);
+  bool insert(Cacheable& object, bool asOldest);
+  static void trace(const char* operation, const WeakPtr<Cacheable>& object);
   bool askAgain(const WeakPtr<Cacheable>& object);
   bool includes(const Cacheable& object) const;
   bool goesByItself(const WeakPtr<Cacheable>& entry) const;
@@ -156,7 +158,7 @@ private:
 
   std::atomic<memsize_t> total_{0};
   std::atomic<std::uint32_t> entries_{0};
-  mutable detail::PosixMutex queueMutex_;
+  mutable detail::PosixMutex queueMutex_{detail::PosixMutex::Kind::Plain};
   std::shared_ptr<detail::CacheTotals> totals_;
   const CacheMultiQueue* const domain_ = nullptr;
   const Role role_ = Role::Primary;

@@ -48,8 +48,14 @@ const std::type_info& Cacheable::DomainType() const {
   return typeid(*this);
 }
 
+/// Holds the creator; nothing when it is gone.
+detail::Held<Creature> Cacheable::holdCreator() const {
+  const std::lock_guard lock(mutex_);
+  return detail::Held<Creature>(creator_);
+}
+
 const std::type_info& Cacheable::CreatorType() const {
-  const detail::Held<Creature> creator(this->creator());
+  const detail::Held<Creature> creator = holdCreator();
   return creator ? typeid(*creator) : typeid(void);
 }
 
@@ -57,6 +63,7 @@ void Cacheable::setCreator(const WeakPtr<Creature, Creature>& creator) {
   const std::lock_guard lock(mutex_);
   creator_ = creator;
   creatorChanged_ = true;
+  forgotten_ = false;
 }
 
 WeakPtr<Creature, Creature> Cacheable::creator() const {
@@ -65,7 +72,7 @@ WeakPtr<Creature, Creature> Cacheable::creator() const {
 }
 
 WeakPtr<Cache, CacheBase> Cacheable::myCache() const {
-  const detail::Held<Creature> creator(this->creator());
+  const detail::Held<Creature> creator = holdCreator();
   return creator ? creator->cacheManager() : WeakPtr<Cache, CacheBase>();
 }
 
@@ -93,7 +100,7 @@ unsigned Cacheable::NumberOfListEntries() const {
 }
 
 Cacheable& Cacheable::CacheableDeferredConstructor() {
-  if (const detail::Held<Creature> creator{this->creator()}) {
+  if (const detail::Held<Creature> creator = holdCreator()) {
     creator->enableCaching(false);
   }
   DeferredConstructor();

@@ -35,7 +35,9 @@ class Creature;
 
 namespace detail {
 struct CacheTotals;
-}
+template <class T, class Base>
+class Held;
+} // namespace detail
 
 /// The unit of memory that the cache manager counts, ages and evicts.
 ///
@@ -161,6 +163,8 @@ protected:
 
 private:
   friend class CacheQueue;
+  friend class Cache;
+  friend class CacheMap;
   friend class CreatorCacheMap;
 
   enum class End { Newest, Oldest };
@@ -189,6 +193,7 @@ private:
   struct Anchor {};
   explicit Cacheable(Anchor);
 
+  detail::Held<Creature, Creature> holdCreator() const;
   bool push(CacheQueue& queue, End end);
   bool refreshAtOnce(const detail::CacheTotals* cache) noexcept;
   bool enter(CacheQueue& queue, End end, Entry entry);
@@ -205,9 +210,10 @@ private:
   Link prev_{this};
   CacheQueue* queue_ = nullptr;
   WeakPtr<Creature, Creature> creator_;
-  mutable detail::PosixMutex mutex_;
+  mutable detail::PosixMutex mutex_{detail::PosixMutex::Kind::Plain};
   bool predestructed_ = false;
   bool creatorChanged_ = false; // since the object was filed
+  bool forgotten_ = false;      // by its creator, as a patient look found
   const bool isAnchor_ = false;
   // Raised with every change of the size, so that a size read outside the lock is known to be
   // the current one.

@@ -2,8 +2,11 @@
 
 #include <tolvane/ChunkBase.hpp>
 
+#include <cstddef>
 #include <optional>
+#include <span>
 #include <string>
+#include <string_view>
 #include <type_traits>
 #include <utility>
 
@@ -31,6 +34,14 @@ inline constexpr bool isString = false;
 template <class Character, class Traits, class Allocator>
 inline constexpr bool isString<std::basic_string<Character, Traits, Allocator>> = true;
 
+/// Types that can be copied byte by byte, but refer to what somebody else owns.
+template <class T>
+inline constexpr bool isReference = std::is_pointer_v<T>;
+template <class Character, class Traits>
+inline constexpr bool isReference<std::basic_string_view<Character, Traits>> = true;
+template <class T, std::size_t extent>
+inline constexpr bool isReference<std::span<T, extent>> = true;
+
 } // namespace detail
 
 /// A chunk that holds one value of type `T`, and counts it in `ChunkBase::TotalMemsize` as long as
@@ -39,7 +50,7 @@ inline constexpr bool isString<std::basic_string<Character, Traits, Allocator>> 
 /// Thread safety: none; threads that share a chunk, one of them setting it, serialise.
 template <class T>
 class Chunk : public ChunkBase {
-  static_assert((std::is_trivially_copyable_v<T> && !std::is_pointer_v<T>) || detail::isString<T>,
+  static_assert((std::is_trivially_copyable_v<T> && !detail::isReference<T>) || detail::isString<T>,
                 "Chunk holds plain values and strings: derive a class of your own from ChunkBase "
                 "for anything that owns or refers to other data");
 
@@ -88,6 +99,13 @@ StrongPtr<Chunk<T>, ChunkBase> makeChunk(T value) {
 /// A new chunk of a string, copied from `text`, which must not be null.
 inline StrongPtr<Chunk<std::string>, ChunkBase> makeChunk(const char* text) {
   return makeChunk(std::string(text));
+}
+
+/// A new chunk of a string, copied from what `text` refers to.
+template <class Character, class Traits>
+StrongPtr<Chunk<std::basic_string<Character, Traits>>, ChunkBase>
+makeChunk(std::basic_string_view<Character, Traits> text) {
+  return makeChunk(std::basic_string<Character, Traits>(text));
 }
 
 /// A copy of the value of a chunk; nothing when the pointer is empty or the chunk holds a value of

@@ -50,17 +50,21 @@ CacheMap* CreatorCacheMap::find(const std::type_info& creatorType) const {
 }
 
 bool CreatorCacheMap::insert(const WeakPtr<Cacheable>& object, bool asOldest) {
+  detail::Held<Creature> creator; // let go of after the object
+  const detail::Held<Cacheable> held(object);
+  if (!held) {
+    return false;
+  }
+  creator = held->holdCreator();
+  return insert(*held, held->CreatorType(), held->DomainType(), asOldest);
+}
+
+/// Inserts an object that the caller holds together with its creator.
+bool CreatorCacheMap::insert(Cacheable& object, const std::type_info& creatorType,
+                             const std::type_info& domainType, bool asOldest) {
   for (;;) {
-    const std::type_info* type = nullptr;
-    {
-      const detail::Held<Cacheable> held(object);
-      if (!held) {
-        return false;
-      }
-      type = &held->CreatorType();
-    }
-    CacheMap& map = obtain(*type);
-    if (map.insert(object, asOldest)) {
+    CacheMap& map = obtain(creatorType);
+    if (map.insert(object, domainType, asOldest)) {
       return true;
     }
     if (!map.closed()) {
@@ -68,6 +72,10 @@ bool CreatorCacheMap::insert(const WeakPtr<Cacheable>& object, bool asOldest) {
     }
     // The domain was taken out in this moment: the object goes into a new one.
   }
+}
+
+bool CreatorCacheMap::hasZombies() const noexcept {
+  return totals_->zombies.load() != 0;
 }
 
 void CreatorCacheMap::insert_zombie(const WeakPtr<Cacheable>& object) {
@@ -90,7 +98,7 @@ bool CreatorCacheMap::touch(const WeakPtr<Cacheable>& object) {
     if (!held) {
       return false;
     }
-    maker = detail::Held<Creature>(held->creator());
+    maker = held->holdCreator();
     domain = &held->DomainType();
     creator = &held->CreatorType();
   }
@@ -128,7 +136,7 @@ memsize_t CreatorCacheMap::purge() {
 }
 
 void CreatorCacheMap::purge_Hades() {
-  if (totals_->zombies.load() == 0) {
+  if (!hasZombies()) {
     return;
   }
   domains_->each([](const auto& domain) { domain.value->purge_Hades(); });

@@ -16,6 +16,8 @@
 
 namespace Tolvane {
 
+class Cache;
+
 /// One CacheMap per creator domain, in the order in which the domains were first used.
 ///
 /// Thread safety: any thread may call any operation.
@@ -84,8 +86,12 @@ public:
   memsize_t forget(const std::type_info& type);
 
 private:
+  friend class Cache;
   struct Domains;
 
+  bool insert(Cacheable& object, const std::type_info& creatorType,
+              const std::type_info& domainType, bool asOldest);
+  bool hasZombies() const noexcept;
   CacheMap& obtain(const std::type_info& creatorType);
   CacheMap* find(const std::type_info& creatorType) const;
 

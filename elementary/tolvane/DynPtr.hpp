@@ -295,7 +295,6 @@ protected:
     MaxExceptionCount::throwMaxExceptionCount(
         counts.strong == detail::Referer::MaxCount ? counts.strong : counts.weak, typeid(T),
         typeid(Base));
-    __builtin_unreachable();
   }
 
   /// The object of a valid pointer; reports any other access and throws NullPtrException.

@@ -4,6 +4,7 @@
 /// The process-wide state behind verbose output, and what the library does when it is loaded and
 /// unloaded. Internal to the library, not installed.
 
+#include <atomic>
 #include <mutex>
 #include <set>
 #include <string>
@@ -55,6 +56,10 @@ struct VerboseFiles {
   std::mutex filesMutex;
   std::set<std::string, std::less<>> usedFiles;
   std::set<std::string, std::less<>> switchedOffFiles;
+
+  /// Set when the library's unload code begins. From then on a message has no caller that could
+  /// catch what a malformed filter throws.
+  std::atomic<bool> unloading{false};
 
   /// Messages above this level need no closer look while no catcher is installed.
   int quietThreshold;

@@ -1,3 +1,4 @@
+#include "LastingTypeInternal.hpp"
 #include "UnloadLockInternal.hpp"
 
 #include <tolvane/InstanceCounter.hpp>
@@ -10,11 +11,12 @@
 namespace Tolvane::detail {
 namespace {
 
-/// What tells a type from all others. The name does, but for types of unnamed namespaces: those of
-/// two sources may share it, and are one per module.
+/// What tells a type from all others. The name does, but for types that are local to their source,
+/// of an unnamed namespace or of a static function: those of two sources may share it. Not every
+/// compiler marks their identities as local; the unnamed namespace can be told by the name.
 std::string keyOf(const std::type_info& type) {
   std::string key = type.name();
-  if (key.find("_GLOBAL__N_") != std::string::npos) {
+  if (isLocalType(type) || key.find("_GLOBAL__N_") != std::string::npos) {
     key += '@' + std::to_string(reinterpret_cast<std::uintptr_t>(&type));
   }
   return key;

@@ -71,6 +71,9 @@ std::string timeStamp() {
 }
 
 std::string callStack() {
+  // A thread that is gone may own the locks of what looks the names up.
+  if (detail::otherThreadsAreGone())
+    return {};
   StackFrames frames;
   if (!AssertionCallback::generate(frames))
     return {};

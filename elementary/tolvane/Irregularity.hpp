@@ -26,8 +26,10 @@ namespace Tolvane {
 /// destroyed at the end of that statement.
 ///
 /// The first report of a process starts the log afresh; a process without reports leaves no file
-/// and touches none. A report that cannot be written, because the file cannot be created or the
-/// disk is full, is dropped. Nothing here throws: what does not fit into memory is left out.
+/// and touches none. A library that is unloaded and loaded again begins anew: its first report
+/// starts the log afresh once more. A report that cannot be written, because the file cannot be
+/// created or the disk is full, is dropped. Nothing here throws: what does not fit into memory is
+/// left out.
 ///
 /// @par Thread safety
 /// Reports may come from any thread, also from static objects after the end of `main`, when the
@@ -40,7 +42,8 @@ public:
   Irregularity(const char* file, int line, const char* func, const char* reason) noexcept;
 
   /// Writes the report and the call stack of the calling thread, and flushes the log. Finding the
-  /// names of the stack may take from milliseconds to the better part of a second.
+  /// names of the stack may take from milliseconds to the better part of a second. Reports that
+  /// come while Windows ends the process, when the other threads are gone, go without the stack.
   ~Irregularity();
 
   using TextStream::operator<<;

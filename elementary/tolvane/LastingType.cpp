@@ -17,8 +17,8 @@ public:
 } // namespace
 
 const std::type_info& lastingType(const std::type_info& type) {
-  if (!(type == Lasting(type.name()))) {
-    return type; // Local to its module, and so compared by address.
+  if (isLocalType(type)) {
+    return type;
   }
   struct Table {
     std::mutex mutex;
@@ -31,6 +31,10 @@ const std::type_info& lastingType(const std::type_info& type) {
     entry->second = new Lasting(entry->first.c_str());
   }
   return *entry->second;
+}
+
+bool isLocalType(const std::type_info& type) noexcept {
+  return !(type == Lasting(type.name())); // Such a one is compared by address.
 }
 
 } // namespace Tolvane::detail

@@ -19,9 +19,12 @@
 ///   using Parameters = Tolvane::StrongPtr<Tolvane::LoaderParameters>;
 ///   VolumeReader() : LoaderBase({".nii"}) {}
 ///   bool isloadable(const Parameters& parameters) override {
-///     return checkIfAllExtensionsAreSupported(parameters->files(), extensions());
+///     return parameters && checkIfAllExtensionsAreSupported(parameters->files(), extensions());
 ///   }
 ///   bool load(const Parameters& parameters, ldrpar*) override {
+///     if (!parameters) {
+///       return false;
+///     }
 ///     if (!isloadable(parameters)) {
 ///       parameters->setStatusText("not a .nii file");
 ///       return false;

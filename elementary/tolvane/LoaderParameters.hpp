@@ -39,12 +39,14 @@ public:
       Loaded,  ///< The loader succeeded, and ended the search.
       Refused, ///< The loader answered false.
       Vetoed,  ///< LoaderProgress::tryLoader() answered false; the loader was not asked.
-      Threw,   ///< The loader threw, which ended the search; the exception tells why.
+      Threw,   ///< The loader, or the progress interface, threw, which ended the search; the
+               ///< exception tells why.
     };
 
     std::string loader; ///< The readable name of the loader's class.
     Outcome outcome;    ///< What came of it.
-    std::string reason; ///< The status text as this loader set it; empty when it set none.
+    std::string reason; ///< The status text as this loader set it, also when it threw then; empty
+                        ///< when it set none.
   };
 
   /// For that list of files or URLs, which is copied.

@@ -3,8 +3,8 @@
 #include <tolvane/Api.hpp>
 #include <tolvane/Interface.hpp>
 #include <tolvane/LoaderBase.hpp>
+#include <tolvane/PosixMutex.hpp>
 
-#include <mutex>
 #include <string>
 #include <typeinfo>
 
@@ -55,11 +55,12 @@ public:
   virtual bool message(const std::string& text);
 
 protected:
-  /// For implementations; the library never locks it.
-  std::mutex& mutex() noexcept { return mutex_; }
+  /// For implementations, as in `const std::lock_guard lock(mutex());`. The library never locks it.
+  /// A second lock by the thread that holds it throws std::system_error.
+  detail::PosixMutex& mutex() noexcept { return mutex_; }
 
 private:
-  std::mutex mutex_;
+  detail::PosixMutex mutex_;
 };
 
 } // namespace Tolvane

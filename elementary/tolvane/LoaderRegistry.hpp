@@ -66,7 +66,8 @@ public:
 
   /// Registers a loader as long as it lives. Meant for a static object of the module that has the
   /// loader: it comes with the module and is taken out again before the module goes. A loader that
-  /// replaced it meanwhile stays.
+  /// replaced it meanwhile stays. Entries that the module made otherwise, also by asking about a
+  /// type of its own, are left to forget().
   template <class Loader>
   class Registration {
     static_assert(std::is_base_of_v<LoaderBase, Loader>, "a loader derives from LoaderBase");

@@ -4,6 +4,7 @@
 #include <tolvane/LoaderRegistryBase.hpp>
 #include <tolvane/Typename.hpp>
 
+#include <new>
 #include <unordered_map>
 #include <utility>
 
@@ -19,18 +20,12 @@ DomainMap& store() {
   return domains;
 }
 
-/// The entry for `type`, made when there is none.
-template <class Map>
-typename Map::mapped_type& entryFor(Map& map, const std::type_info& type) {
-  const auto found = map.find(type);
-  return found != map.end() ? found->second : map[detail::lastingType(type)];
-}
-
 /// The loaders of a domain as they stand, so that what they do cannot disturb the walk over them.
-/// They are not held: one that is removed meanwhile, perhaps with its module, is not asked.
+/// They are not held: one that is removed meanwhile, perhaps with its module, is gone and not
+/// asked, unless somebody else holds it.
 std::vector<WeakPtr<LoaderBase>> snapshot(const std::type_info& domain) {
   std::vector<WeakPtr<LoaderBase>> loaders;
-  for (const auto& [key, loader] : entryFor(store(), domain)) {
+  for (const auto& [key, loader] : detail::entryFor(store(), domain)) {
     loaders.emplace_back(loader);
   }
   return loaders;
@@ -55,15 +50,12 @@ void LoaderRegistryBase::domain_append(const std::type_info& key,
                                        const StrongPtr<LoaderBase>& loader,
                                        const std::type_info& domain) {
   StrongPtr<LoaderBase> former = loader; // Released when the registry is whole again.
-  entryFor(entryFor(store(), domain), key).swap(former);
+  detail::entryFor(detail::entryFor(store(), domain), key).swap(former);
 }
 
 bool LoaderRegistryBase::domain_remove(const std::type_info& key, const std::type_info& domain) {
-  const auto found = store().find(domain);
-  if (found == store().end()) {
-    return false;
-  }
-  const auto removed = found->second.extract(key); // Released when the registry is whole again.
+  // Released when the registry is whole again.
+  const auto removed = detail::extractEntry(store(), domain, key);
   return !removed.empty();
 }
 
@@ -101,7 +93,21 @@ bool LoaderRegistryBase::domain_load(const StrongPtr<LoaderParameters>& paramete
   /// The account of this load. A loader may start another one with the same parameters, so it is
   /// handed over at the end, also when that is an exception.
   struct Account {
-    ~Account() { owner.attempts_ = std::move(attempts); }
+    ~Account() {
+      if (!attempts.empty() && attempts.back().outcome == Attempt::Outcome::Threw) {
+        keepReason();
+      }
+      owner.attempts_ = std::move(attempts);
+    }
+    void keepReason() noexcept {
+      try {
+        if (owner.statusSet_) {
+          attempts.back().reason = owner.statusText_;
+        }
+      } catch (const std::bad_alloc&) {
+        // The exception that is on its way says more.
+      }
+    }
     LoaderParameters& owner;
     std::vector<Attempt> attempts;
   };
@@ -120,12 +126,13 @@ bool LoaderRegistryBase::domain_load(const StrongPtr<LoaderParameters>& paramete
     const LoaderBase& asked = *loader;
     Attempt& attempt = account.attempts.emplace_back(
         Attempt{Typename(typeid(asked)), Attempt::Outcome::Threw, {}});
+    held->statusSet_ = false;
     if (progress &&
         !progress->tryLoader(loader, domain, index++, static_cast<int>(loaders.size()))) {
       attempt.outcome = Attempt::Outcome::Vetoed;
       continue;
     }
-    held->statusSet_ = false;
+    held->statusSet_ = false; // What the progress interface says is not the loader's reason.
     const bool loaded = loader->load(parameters, special);
     attempt.outcome = loaded ? Attempt::Outcome::Loaded : Attempt::Outcome::Refused;
     if (held->statusSet_) {

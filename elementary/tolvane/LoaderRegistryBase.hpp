@@ -32,12 +32,14 @@ namespace Tolvane {
 /// registration. Loaders that register or remove loaders while they are asked change later loads:
 /// the ones that were registered when a load began are asked, as far as they are still alive.
 ///
-/// A module takes its loaders out before it is unloaded; see domain_remove() and forget(). The
-/// registry is there until the very end of the process.
+/// A module takes its loaders out before it is unloaded; see domain_remove() and forget(). A domain
+/// of its own that it only asked about stays, and needs forget() too. The registry is there until
+/// the very end of the process.
 ///
 /// Thread safety: the registry is not locked. Registration and removal belong to the loading and
 /// unloading of modules, while no other thread uses the registry. Several loads may run at a time,
-/// for domains that are known.
+/// for domains that something was registered for or that were asked about before: a first question
+/// about a domain makes an entry for it.
 class TOLVANE_API LoaderRegistryBase {
 public:
   /// Registers a loader for `domain`, in the place of one that is there under the same key, which
@@ -45,7 +47,9 @@ public:
   static void domain_append(const std::type_info& key, const StrongPtr<LoaderBase>& loader,
                             const std::type_info& domain);
 
-  /// Takes the loader under `key` out of `domain`. False when there is none.
+  /// Takes the loader under `key` out of `domain`. False when there is none. A domain that is local
+  /// to its module, such as one of an anonymous namespace, leaves the registry with its last
+  /// loader.
   static bool domain_remove(const std::type_info& key, const std::type_info& domain);
 
   /// The same, but only if that loader is the one under `key`, and not one that replaced it.

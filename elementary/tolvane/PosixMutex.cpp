@@ -17,7 +17,10 @@ void check(int code, const char* what) {
 
 } // namespace
 
-PosixMutex::PosixMutex() {
+PosixMutex::PosixMutex(Kind kind) {
+  if (kind == Kind::Plain) {
+    return;
+  }
   pthread_mutexattr_t attributes;
   check(pthread_mutexattr_init(&attributes), "pthread_mutexattr_init");
   pthread_mutexattr_settype(&attributes, PTHREAD_MUTEX_ERRORCHECK);
@@ -26,22 +29,11 @@ PosixMutex::PosixMutex() {
   check(code, "pthread_mutex_init");
 }
 
-PosixMutex::~PosixMutex() {
-  pthread_mutex_destroy(&mutex_);
-}
-
-void PosixMutex::lock() {
-  if (try_lock()) {
-    return;
-  }
+void PosixMutex::waitAndLock() {
   if (otherThreadsAreGone()) {
     return; // Its holder is no more, and nobody else is left to be kept out.
   }
   check(pthread_mutex_lock(&mutex_), "pthread_mutex_lock");
-}
-
-bool PosixMutex::try_lock() noexcept {
-  return pthread_mutex_trylock(&mutex_) == 0;
 }
 
 bool PosixMutex::lockWithin(std::chrono::seconds time) {
@@ -58,10 +50,6 @@ bool PosixMutex::lockWithin(std::chrono::seconds time) {
   }
   check(code, "pthread_mutex_timedlock");
   return true;
-}
-
-void PosixMutex::unlock() noexcept {
-  pthread_mutex_unlock(&mutex_);
 }
 
 } // namespace Tolvane::detail

@@ -6,38 +6,50 @@
 #include <pthread.h>
 
 /// @file
-/// The mutex of objects and queues: a POSIX mutex that tells its owner about a second lock
-/// instead of hanging.
+/// The mutex of objects, queues and progress interfaces: a POSIX mutex that tells its owner about a
+/// second lock instead of hanging.
 ///
-/// Hosts do not use it themselves; it stands behind Cacheable and CacheQueue.
+/// Hosts do not make one themselves: it stands behind Cacheable and CacheQueue, and a class that
+/// derives from LoaderProgress locks the one that it has there.
 
 namespace Tolvane::detail {
 
-/// An error-checking POSIX mutex, to be used with `std::lock_guard`, `std::unique_lock` and
-/// `std::lock`.
+/// A POSIX mutex, to be used with `std::lock_guard`, `std::unique_lock` and `std::lock`.
 class TOLVANE_API PosixMutex {
 public:
+  /// What happens to a thread that locks what it holds already.
+  enum class Kind {
+    ErrorChecking, ///< It is told so by an exception.
+    Plain,         ///< It hangs; locking is cheaper.
+  };
+
   /// Throws std::system_error when the platform has no mutex left.
-  PosixMutex();
-  ~PosixMutex();
+  explicit PosixMutex(Kind kind = Kind::ErrorChecking);
+  ~PosixMutex() { pthread_mutex_destroy(&mutex_); }
 
   PosixMutex(const PosixMutex&) = delete;
   PosixMutex& operator=(const PosixMutex&) = delete;
 
   /// Waits for the mutex. Throws std::system_error with the code of the thread library, such as
   /// EDEADLK for a thread that holds it already.
-  void lock();
+  void lock() {
+    if (!try_lock()) {
+      waitAndLock();
+    }
+  }
 
   /// Takes the mutex if it is free.
-  bool try_lock() noexcept;
+  bool try_lock() noexcept { return pthread_mutex_trylock(&mutex_) == 0; }
 
   /// Waits for the mutex for a limited time. Returns whether it was taken; throws as lock() does.
   bool lockWithin(std::chrono::seconds time);
 
-  void unlock() noexcept;
+  void unlock() noexcept { pthread_mutex_unlock(&mutex_); }
 
 private:
-  pthread_mutex_t mutex_;
+  void waitAndLock();
+
+  pthread_mutex_t mutex_ = PTHREAD_MUTEX_INITIALIZER;
 };
 
 } // namespace Tolvane::detail

@@ -63,7 +63,8 @@ public:
 
   /// Registers a creator of interfaces `I` as long as it lives. Meant for a static object of the
   /// module that has the creator: it comes with the module and is taken out again before the module
-  /// goes. A creator that replaced it meanwhile stays.
+  /// goes. A creator that replaced it meanwhile stays. Entries that the module made otherwise, also
+  /// by asking about a type of its own, are left to SaveRegistryBase::forget().
   template <class I, class Creator>
   class Registration {
     static_assert(std::is_base_of_v<SaveInterfaceCreatorBase, Creator>,

@@ -11,13 +11,6 @@ using Creator = StrongPtr<SaveInterfaceCreatorBase>;
 using SaveMethodMap = SaveRegistryBase::SaveMethodMap;
 using SaveList = SaveRegistryBase::SaveList;
 
-/// The entry for `type`, made when there is none.
-template <class Map>
-typename Map::mapped_type& entryFor(Map& map, const std::type_info& type) {
-  const auto found = map.find(type);
-  return found != map.end() ? found->second : map[detail::lastingType(type)];
-}
-
 /// The keys from `first` on: what is called in between may change the map under a walk.
 template <class Map>
 std::vector<TypeInfo> keysFrom(const Map& map, typename Map::const_iterator first) {
@@ -69,12 +62,12 @@ SaveList& SaveRegistryBase::BaseSaveList() {
 }
 
 SaveMethodMap& SaveRegistryBase::SaveMethods(const std::type_info& type) {
-  return entryFor(BaseSaveList(), type);
+  return detail::entryFor(BaseSaveList(), type);
 }
 
 Creator& SaveRegistryBase::getInterfaceCreator(const std::type_info& type,
                                                const std::type_info& interfaceType) {
-  return entryFor(SaveMethods(type), interfaceType);
+  return detail::entryFor(SaveMethods(type), interfaceType);
 }
 
 Creator SaveRegistryBase::findInterfaceCreator(const std::type_info& type,
@@ -85,12 +78,8 @@ Creator SaveRegistryBase::findInterfaceCreator(const std::type_info& type,
 
 bool SaveRegistryBase::removeCreator(const std::type_info& type,
                                      const std::type_info& interfaceType) {
-  SaveList& list = BaseSaveList();
-  const auto methods = list.find(type);
-  if (methods == list.end()) {
-    return false;
-  }
-  const auto removed = methods->second.extract(interfaceType); // Released outside the registry.
+  // Released outside the registry.
+  const auto removed = detail::extractEntry(BaseSaveList(), type, interfaceType);
   return !removed.empty();
 }
 

@@ -31,8 +31,9 @@ namespace Tolvane {
 /// register and remove creators: a walk goes over the entries that were there when it began, as far
 /// as they still are; no module may be unloaded meanwhile.
 ///
-/// A module takes its creators out before it is unloaded; see removeCreator() and forget(). The
-/// registry is there until the very end of the process.
+/// A module takes its creators out before it is unloaded; see removeCreator() and forget(). A type
+/// of its own that it only asked about stays, and needs forget() too. The registry is there until
+/// the very end of the process.
 ///
 /// Thread safety: the registry is not locked. Registration and removal belong to the loading and
 /// unloading of modules, while no other thread uses the registry.
@@ -65,7 +66,8 @@ public:
   static SaveList& BaseSaveList();
 
   /// The creators for `type`; an empty entry is made for a type that is not known. The reference is
-  /// good until forget() of the type.
+  /// good until forget() of the type or, for a type that is local to its module, such as one of an
+  /// anonymous namespace, until its last entry is removed.
   static SaveMethodMap& SaveMethods(const std::type_info& type);
 
   /// The creator of interfaces of `interfaceType` for objects of `type`; an empty entry is made
@@ -78,7 +80,8 @@ public:
   static StrongPtr<SaveInterfaceCreatorBase>
   findInterfaceCreator(const std::type_info& type, const std::type_info& interfaceType);
 
-  /// Takes a creator out. False when there is no entry.
+  /// Takes a creator out. False when there is no entry. A type that is local to its module leaves
+  /// the registry with its last entry.
   static bool removeCreator(const std::type_info& type, const std::type_info& interfaceType);
 
   /// The same, but only if it is that creator, and not one that replaced it.

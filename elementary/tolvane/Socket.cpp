@@ -120,8 +120,8 @@ std::int32_t resolverCode(int error) {
   case EAI_NODATA:
     return 11004;
 #endif
-  default:
-    return error;
+  default: // The platform's own numbers would mean nothing to who reads these codes.
+    return resolverFailed;
   }
 }
 

@@ -143,10 +143,13 @@ void SpeakPtr::InconsistentDynPtr(const std::type_info& objectType, const std::t
                                   const std::type_info& trueType, const void* castOfRecord,
                                   const void* castOfObject, const void* recordObject,
                                   const void* trueObject, std::uint64_t serial) noexcept {
+  // In the order of the text, as the first name of a process may differ from the later ones.
+  const std::string actual = Typename(trueType);
+  const std::string object = Typename(objectType);
+  const std::string base = Typename(baseType);
   const std::string report =
-      "***\t DYNPTR: Have typeid(TrueObject)=" + Typename(trueType) +
-      ", should have template<Object=" + Typename(objectType) + "> as referenced from base " +
-      Typename(baseType) + " ***\n" +
+      "***\t DYNPTR: Have typeid(TrueObject)=" + actual +
+      ", should have template<Object=" + object + "> as referenced from base " + base + " ***\n" +
       "\t      dynamic_cast<Object*>(this->myReferer->myObject) ==> " +
       to_address_string(castOfRecord) + "\n" +
       "\t      dynamic_cast<Object*>(trueObject)\t\t       ==> " + to_address_string(castOfObject) +

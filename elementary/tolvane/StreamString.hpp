@@ -88,10 +88,9 @@ public:
 
   /// Makes `s` usable as a bare name, at a price.
   ///
-  /// "-", blank, "," and "." become DLE followed by "_", DLE, byte 17 and byte 18; "=", ">", "("
-  /// and
-  /// ")" become "_" and are lost. A DLE in `s`, and a "_" straight after a blank, do not come back
-  /// either.
+  /// DLE and a second byte stand for "-" (second byte "_"), blank (DLE), "," (byte 17) and "."
+  /// (byte 18). "=", ">", "(" and ")" become "_" and are lost. A DLE in `s`, and a "_" straight
+  /// after a blank, do not come back either.
   static std::string encodeEscaped(const std::string& s);
 
   /// Undoes `encodeEscaped()` as far as it can be undone: over the whole string first DLE "_"
@@ -112,10 +111,9 @@ public:
   ///   it is left for the next read, so that after every form the position is on the byte that
   ///   follows the token. Only when the read *begins* on such a byte is it consumed, and the token
   ///   is empty: a loop of reads always moves on and ends.
-  /// - A length token that reaches the end of the text, for it is cut off or because nothing
-  /// follows
-  ///   it, is not found, and the position is then at the end. An announced length costs no memory
-  ///   by itself.
+  /// - A length token that reaches the end of the text, because it is cut off or because nothing
+  ///   follows it, is not found, and the position is then at the end. An announced length costs no
+  ///   memory by itself.
   /// - Any other token that is cut off gives what there was of it.
   ///
   /// @param in the text; it is advanced over the token

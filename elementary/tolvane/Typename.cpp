@@ -1,3 +1,4 @@
+#include "DemanglerAnswerInternal.hpp"
 #include "UnloadLockInternal.hpp"
 
 #include <tolvane/TypeInfo.hpp>
@@ -9,7 +10,6 @@
 #include <memory>
 #include <mutex>
 #include <optional>
-#include <stdexcept>
 #include <unordered_map>
 
 namespace Tolvane {
@@ -135,24 +135,6 @@ const std::type_info& typeByName(const std::string& name) {
       if (registered == name)
         return type.get();
   return typeid(void);
-}
-
-std::string demanglerAnswer(const char* name, const char* text, int status) {
-  if (text && status == 0)
-    return text;
-  if (!name)
-    throw std::logic_error("basic_string: construction from null is not valid");
-  const std::string given = name;
-  switch (status) {
-  case -1:
-    return given + " - A memory allocation failure occurred on cxa_demangle.";
-  case -2:
-    return given + " [C ABI]";
-  case -3:
-    return given + " - One of the arguments is invalid.";
-  default:
-    return given + " - Unknown cxa demangle error";
-  }
 }
 
 } // namespace detail

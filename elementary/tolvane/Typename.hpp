@@ -98,9 +98,5 @@ bool defaultTypenamesInstalled() noexcept;
 /// types carry the name, any of them. Not part of the public interface.
 TOLVANE_API const std::type_info& typeByName(const std::string& name);
 
-/// What `demangleSymbol` answers for @p name when the demangler gave @p text (or null) and
-/// @p status. Not part of the public interface.
-TOLVANE_API std::string demanglerAnswer(const char* name, const char* text, int status);
-
 } // namespace detail
 } // namespace Tolvane

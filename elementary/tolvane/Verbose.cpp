@@ -37,10 +37,11 @@ void changeIndentDepth(unsigned amount) {
       static_cast<int>(static_cast<unsigned>(threadState.indentDepth) + amount);
 }
 
-// Calls of `action` while another exception is passing must not throw, or the process would end.
+// Calls of `action` while another exception is passing, or from destructors after the library's
+// unload code, must not throw, or the process would end.
 template <typename Action>
 void dropWhileUnwinding(const Action& action) {
-  if (std::uncaught_exceptions() == 0) {
+  if (std::uncaught_exceptions() == 0 && !VerboseFiles::instance().unloading) {
     action();
     return;
   }
@@ -123,7 +124,8 @@ bool passesLevel(const VerboseFiles& files, int level, bool breakpoint) {
 }
 
 bool passesDomain(const VerboseFiles& files, std::string_view domain, int level, bool breakpoint) {
-  return breakpoint || files.domainPasses(domain, level);
+  // The test comes first: a malformed filter surfaces from breakpoint messages as well.
+  return files.domainPasses(domain, level) || breakpoint;
 }
 
 std::string locationText(const char* file, int line, const char* function) {

@@ -34,7 +34,8 @@
 /// A number that is missing or out of range behind the ":" of a domain surfaces as
 /// `std::invalid_argument` or `std::out_of_range` from the end of the message's statement, from
 /// the test whether it is shown, and from the end of a section. While another exception is
-/// passing, the message is dropped instead.
+/// passing, and from the library's unloading on, the message is dropped instead. A message that a
+/// host issues from the destructor of a static object before that ends the process.
 ///
 /// @par Thread safety
 /// Messages may come from any thread, also from static objects before `main` and after its end.

@@ -96,6 +96,7 @@ VerboseFiles::VerboseFiles()
 }
 
 void VerboseFiles::cleanup() {
+  unloading = true;
   writeUsedFiles();
   const auto lock = detail::lockUnlessEnding(filesMutex);
   if (!lock.owns_lock())

@@ -1,83 +1,54 @@
 #include <tolvane/Tolvane.hpp>
 
-#include <iostream>
-#include <string>
+#include <cstdio>
 #include <vector>
 
 // Uses the installed library across its boundary: values, an exception of a type that lives in the
 // library, the name of a type that the library has never seen, and objects of the host's own types
 // in the library's cache.
 
-namespace Consumer {
+using namespace Tolvane;
 
-class Volume : public Tolvane::Cacheable {
-public:
-  Tolvane::memsize_t memsize() const override { return 400; }
+struct Volume : Cacheable {
+  memsize_t memsize() const override { return 400; }
 };
 
-class Maker : public Tolvane::Creature {
-public:
-  using Creature::Creature;
-
-  void make() {
-    volume_ = new Volume;
-    volume_->setCreator(self());
-    enableCaching(false);
-  }
-
-  Tolvane::StrongPtr<Tolvane::Cacheable> getCacheable() const override { return volume_; }
-
-  int release() override {
-    volume_ = nullptr;
-    return 2;
-  }
-
-private:
-  Tolvane::StrongPtr<Tolvane::Cacheable> volume_;
+struct Maker : DataCreature<Volume> {
+  using DataCreature::DataCreature;
+  Pointer create() override { return new Volume; }
 };
 
-} // namespace Consumer
-
-namespace {
-
-int failures = 0;
-
-void check(bool holds, const char* what) {
-  std::cout << (holds ? "ok      " : "FAILED  ") << what << '\n';
-  if (!holds)
-    ++failures;
-}
-
-bool exceptionKeepsItsType() {
+static bool exceptionKeepsItsType() {
   try {
-    throw Tolvane::Exception("out of bricks", "main.cpp", 7);
+    throw Exception("out of bricks", "main.cpp", 7);
   } catch (const std::exception& caught) {
-    const auto* const exception = dynamic_cast<const Tolvane::Exception*>(&caught);
+    const auto* const exception = dynamic_cast<const Exception*>(&caught);
     return exception && exception->sourceLine() == 7;
   }
 }
 
-bool cacheKeepsItsBudget() {
-  const Tolvane::StrongPtr<Tolvane::Cache, Tolvane::CacheBase> cache =
-      new Tolvane::Cache(1000, "consumer");
-  std::vector<Tolvane::StrongPtr<Consumer::Maker, Tolvane::Creature>> makers;
+static bool cacheKeepsItsBudget() {
+  const StrongPtr<Cache, CacheBase> cache = new Cache(1000, "consumer");
+  std::vector<StrongPtr<Maker, Creature>> makers;
   for (int i = 0; i < 3; ++i) {
-    makers.emplace_back(new Consumer::Maker(cache));
-    makers.back()->make();
+    makers.emplace_back(new Maker(cache));
+    makers.back()->data();
   }
   return cache->totalCost(true) == 800 && !makers[0]->hasData() && makers[1]->hasData() &&
          makers[2]->hasData();
 }
 
-} // namespace
-
 int main() {
-  check(Tolvane::Typename(typeid(Consumer::Volume)).find("Volume") != std::string::npos,
-        "a type of the host has a readable name");
-  check(Tolvane::setEnv("TOLVANE_CONSUMER", "17", true), "a variable is set");
-  check(Tolvane::getEnvInteger("TOLVANE_CONSUMER", "a variable of the host", 0) == 17,
-        "and read back");
-  check(exceptionKeepsItsType(), "an exception keeps its type");
-  check(cacheKeepsItsBudget(), "the cache releases the oldest object of the host");
+  const std::pair<const char*, bool> checks[] = {
+      {"a type of the host has a readable name", Typename(typeid(Volume)) == "Volume"},
+      {"a variable is set", setEnv("TOLVANE_CONSUMER", "17", true)},
+      {"and read back", getEnvInteger("TOLVANE_CONSUMER", "a variable of the host", 0) == 17},
+      {"an exception keeps its type", exceptionKeepsItsType()},
+      {"the cache releases the oldest object of the host", cacheKeepsItsBudget()}};
+  int failures = 0;
+  for (const auto& [what, holds] : checks) {
+    std::printf("%s  %s\n", holds ? "ok    " : "FAILED", what);
+    failures += !holds;
+  }
   return failures == 0 ? 0 : 1;
 }

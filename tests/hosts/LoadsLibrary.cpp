@@ -7,7 +7,6 @@
 #include <cstdio>
 #include <filesystem>
 #include <future>
-#include <string>
 #include <thread>
 
 #if defined(__SANITIZE_ADDRESS__)
@@ -18,77 +17,59 @@ extern "C" const char* __lsan_default_options() {
 }
 #endif
 
-namespace {
+namespace fs = std::filesystem;
 
-const char* const logName = "Irregularities.log";
-
-// Whether a file of the library is still open.
-bool isOpen(const std::string& name) {
+// Whether the log of the library is still open.
+static bool isLogOpen() {
+  std::error_code error;
 #ifdef _WIN32
   // A file that is open cannot be renamed.
-  std::error_code error;
-  std::filesystem::rename(name, name + ".moved", error);
-  if (error)
-    return true;
-  std::filesystem::rename(name + ".moved", name);
-  return false;
+  fs::rename("Irregularities.log", "moved", error);
+  if (!error)
+    fs::rename("moved", "Irregularities.log");
+  return static_cast<bool>(error);
 #else
-  for (const auto& descriptor : std::filesystem::directory_iterator("/proc/self/fd")) {
-    std::error_code error;
-    if (std::filesystem::read_symlink(descriptor, error).filename() == name)
+  for (const auto& descriptor : fs::directory_iterator("/proc/self/fd"))
+    if (fs::read_symlink(descriptor, error).filename() == "Irregularities.log")
       return true;
-  }
   return false;
 #endif
 }
 
-void use(const LoadedModule& library, const LoadedModule& module) {
-  const auto sourceLine =
-      library.function<const char*()>("_ZN7Tolvane26getLastKnownSourceCodeLineEv");
-  std::printf("%s\n", sourceLine());
+static void use(const LoadedModule& library, const LoadedModule& module) {
+  std::puts(library.function<const char*()>("_ZN7Tolvane26getLastKnownSourceCodeLineEv")());
   if (module.function<int()>("useLibrary")() != 0)
     throw std::runtime_error("useLibrary failed");
 }
 
-} // namespace
-
-int main(int argc, char** argv) {
-  if (argc != 4)
-    return 2;
+int main(int, char** argv) {
   const std::string how = argv[3];
-  try {
-    if (how == "stay") {
-      static const LoadedModule& library = *new LoadedModule(argv[1]);
-      static const LoadedModule& module = *new LoadedModule(argv[2]);
+  if (how == "stay") {
+    static const LoadedModule &library = *new LoadedModule(argv[1]),
+                              &module = *new LoadedModule(argv[2]);
+    use(library, module);
+    return 0;
+  }
+  for (const std::string round : {"0", "1"}) {
+    LoadedModule library(argv[1]), module(argv[2]);
+    std::promise<void> used, gone;
+    std::thread thread([&] {
       use(library, module);
-      return 0;
-    }
-    for (int round = 0; round < 2; ++round) {
-      LoadedModule library(argv[1]), module(argv[2]);
-      std::promise<void> used, gone;
-      const auto useAndWait = [&](bool wait) {
-        use(library, module);
-        used.set_value();
-        if (wait)
-          gone.get_future().wait();
-      };
-      std::thread thread(useAndWait, how == "unload_before_thread");
-      used.get_future().wait();
-      if (how == "unload")
-        thread.join();
-      module.unload();
-      library.unload();
-      std::printf("mapped: %d %d\nopen: %d\n", module.isMapped(), library.isMapped(),
-                  isOpen(logName));
-      gone.set_value();
-      if (thread.joinable())
-        thread.join();
-      for (const char* name : {logName, "used.txt"})
-        std::filesystem::rename(name, std::to_string(round) + name);
-    }
-  } catch (const std::exception& e) {
-    std::fprintf(stderr, "%s\n", e.what());
-    return 1;
+      used.set_value();
+      if (how == "unload_before_thread")
+        gone.get_future().wait();
+    });
+    used.get_future().wait();
+    if (how == "unload")
+      thread.join();
+    module.unload();
+    library.unload();
+    std::printf("mapped: %d %d\nopen: %d\n", module.isMapped(), library.isMapped(), isLogOpen());
+    gone.set_value();
+    if (thread.joinable())
+      thread.join();
+    for (const char* name : {"Irregularities.log", "used.txt"})
+      fs::rename(name, round + name);
   }
   return 0;
 }

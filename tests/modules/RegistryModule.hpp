@@ -8,6 +8,7 @@
 #include <tolvane/StreamSaverInterface.hpp>
 
 #include <string>
+#include <utility>
 
 /// What is loaded and saved.
 struct SharedVolume {};
@@ -33,10 +34,22 @@ struct SharedCreator : Tolvane::SaveInterfaceCreatorBase {
       : SaveInterfaceCreatorBase(module, "of a module") {}
 };
 
+/// Types that no module has. Two hundred make the registries put all that they have in new places.
+template <int>
+struct Foreign {};
+
+/// Asks both registries about them.
+template <int... I>
+void askAboutForeign(std::integer_sequence<int, I...>) {
+  (Tolvane::LoaderRegistry<Foreign<I>>::isloadable(nullptr), ...);
+  (Tolvane::SaveRegistry<Foreign<I>>::SaveMethods(), ...);
+}
+
 #ifdef MODULE
 namespace {
 
 /// These are the module's own, with keys that no other module has.
+struct OwnVolume {};
 struct OwnLoader : SharedLoader {
   using SharedLoader::SharedLoader;
 };
@@ -49,6 +62,9 @@ const Loaders::Registration<OwnLoader> ownLoader("own of " MODULE);
 const Savers::Registration<Tolvane::StreamSaverInterface, SharedCreator>
     stream("stream of " MODULE);
 const Savers::Registration<OwnInterface, SharedCreator> own("own saver of " MODULE);
+const Tolvane::LoaderRegistry<OwnVolume>::Registration<SharedLoader> ownDomain("own domain");
+const Tolvane::SaveRegistry<OwnVolume>::Registration<OwnInterface, SharedCreator>
+    ownSaved("own type");
 
 } // namespace
 #endif

@@ -11,5 +11,5 @@ extern "C" EXPORTED void report(const char* when);
 
 void report(const char* when) {
   TOLVANE_IRREGULARITY(when);
-  TOLVANE_VERBOSE(0) << when;
+  TOLVANE_VERBOSE_DOMAIN(0, when) << when;
 }

@@ -7,7 +7,6 @@
 
 #include <cstdio>
 #include <list>
-#include <map>
 #include <utility>
 
 using namespace Tolvane;
@@ -95,34 +94,27 @@ PROBE_COMMAND(insert_bricks) {
 // What is said when a release takes another object along.
 PROBE_COMMAND(release_two) {
   const StrongPtr<Cache, CacheBase> cache = new Cache(30 << 20, "probe");
-  std::map<char, MakerPtr> makers;
-  StrongPtr<Creature> victim;
-  for (const char name : {'a', 'b', 'c'}) {
-    makers[name] = made(cache, {name}, 10 << 20, 2);
-    cache->insert(makers[name]->data, false);
-  }
-  victim = StrongPtr<Creature>(makers['b']);
-  makers.erase('b');
-  makers['a']->alsoDrops = &victim;
+  const MakerPtr first = made(cache, "a", 10 << 20, 2), third = made(cache, "c", 10 << 20, 2);
+  MakerPtr second = made(cache, "b", 10 << 20, 2);
+  for (const MakerPtr& maker : {first, second, third})
+    cache->insert(maker->data, false);
+  StrongPtr<Creature> victim(second);
+  second = nullptr;
+  first->alsoDrops = &victim;
   cache->adjust(typeid(brick::Maker), typeid(brick::Data), 1);
-  flush();
   return 0;
 }
 
 // What is said when an object stays: with one owner, and with two whose creator could make it.
 PROBE_COMMAND(keep_two) {
+  const StrongPtr<Cache, CacheBase> cache = new Cache(1, "probe");
   CacheQueue queue, temporaries, keepers;
-  struct Budget : CacheBase {
-    Budget() : CacheBase("budget") {}
-    memsize_t totalCost(bool) const override { return 1; }
-    memsize_t limit() const override { return 0; }
-  } budget;
   const MakerPtr first = made(nullptr, "a", 10, 0), second = made(nullptr, "b", 10, 0);
   second->reproducible = true;
   const StrongPtr<Cacheable> owner = second->data;
   for (const MakerPtr& maker : {first, second})
     queue.push_front(maker->data);
-  queue.adjust(budget, 0, temporaries, keepers);
+  queue.adjust(*cache, 2, temporaries, keepers);
   std::printf("%s %s\n", first->addrstr().c_str(), second->addrstr().c_str());
   for (const MakerPtr& maker : {first, second})
     maker->answer = 2;
@@ -171,28 +163,26 @@ struct Told : brick::Data {
 };
 
 struct Holder {
+  void fill(const std::string& name) {
+    maker = new brick::Maker(Cache::MemCache());
+    maker->data = new Told(100, name + "1");
+    data = new Told(100, name + "2");
+    for (const auto& each : {maker->data, data}) {
+      each->setCreator(maker->self());
+      Cache::MemCache()->insert(each, false);
+    }
+  }
   MakerPtr maker;
-  StrongPtr<Cacheable> data, zombie;
-};
-Holder atLoadTime;
-
-void fill(Holder& holder, const std::string& name) {
-  holder.maker = new brick::Maker(Cache::MemCache());
-  holder.maker->data = new Told(100, name + "1");
-  holder.maker->data->setCreator(holder.maker->self());
-  holder.maker->enableCaching(false);
-  holder.data = new Told(100, name + "2");
-  holder.data->setCreator(holder.maker->self());
-  Cache::MemCache()->insert(holder.data, false);
-}
+  StrongPtr<Cacheable> data;
+} atLoadTime;
 
 } // namespace
 
 // Objects and a creator in static variables, in the default cache while the process ends.
 PROBE_COMMAND(static_bricks) {
   static Holder inFunction;
-  fill(atLoadTime, "l");
-  fill(inFunction, "f");
+  atLoadTime.fill("l");
+  inFunction.fill("f");
   std::printf("%u entries\n", Cache::MemCache()->nEntries());
   return 0;
 }

@@ -1,20 +1,33 @@
+#include "../support/LoadedModule.hpp"
 #include "Probe.hpp"
 
 #include <tolvane/Environment.hpp>
 #include <tolvane/Exception.hpp>
+#include <tolvane/Socket.hpp>
 #include <tolvane/SystemMemory.hpp>
 #include <tolvane/Typename.hpp>
 
 #include <cstdio>
 #include <cstdlib>
-#include <fstream>
 #include <map>
-#include <stdexcept>
+#include <memory>
+#include <thread>
+
+#ifdef _WIN32
+#include <winsock2.h>
+using SocketLength = int;
+#else
+#include <sys/socket.h>
+using SocketLength = socklen_t;
+#endif
+
+using namespace Tolvane;
+using probe::Arguments;
 
 namespace {
 
 struct NamedAtLoadTime {};
-const Tolvane::DefineTypename<NamedAtLoadTime> atLoadTime("named while loading");
+const DefineTypename<NamedAtLoadTime> atLoadTime("named while loading");
 
 const std::type_info& typeOf(const std::string& key) {
   static const std::map<std::string, const std::type_info*> types = {
@@ -26,104 +39,118 @@ const std::type_info& typeOf(const std::string& key) {
   return *types.at(key);
 }
 
-const char* descriptionOf(const std::string& argument) {
-  return argument == "-" ? nullptr : argument.c_str();
+// Stays loaded until it is unloaded by command, also while the process ends.
+LoadedModule* module;
+
+const char* describe(int handle) {
+  if (handle <= 2)
+    return handle == 0 ? "none" : "taken from a standard stream";
+#ifdef _WIN32
+  const auto native = static_cast<SOCKET>(handle);
+#else
+  const int native = handle;
+#endif
+  sockaddr address[8];
+  SocketLength length = sizeof address;
+  if (getpeername(native, address, &length) == 0)
+    return "connected";
+  int type = 0;
+  length = sizeof type;
+  return getsockopt(native, SOL_SOCKET, SO_TYPE, reinterpret_cast<char*>(&type), &length) == 0
+             ? "unconnected"
+             : "not a socket";
 }
+
+// TYPE NAME DESCRIPTION [OTHERWISE]; the description "-" is none.
+void readVariable(const Arguments& a) {
+  const char *const name = a.at(1).c_str(), *const text = a.at(2) == "-" ? nullptr : a[2].c_str();
+  if (a[0] == "integer")
+    std::printf("%d\n", getEnvInteger(name, text, std::stoi(a.at(3))));
+  else if (a[0] == "long")
+    std::printf("%ld\n", getEnvLong(name, text));
+  else if (a[0] == "float")
+    std::printf("%g\n", getEnvFloat(name, text, std::stod(a.at(3))));
+  else
+    std::printf("%s\n", getEnvString(name, text).c_str());
+}
+
+// Keeps the table of type names locked most of the time until the process ends.
+void nameTypesForEver(const Arguments&) {
+  for (int i = 0; i < 2; ++i)
+    std::thread([] {
+      const std::string names[] = {std::string(100000, 'a'), std::string(100000, 'b')};
+      for (int round = 0;; round ^= 1)
+        DefineTypenameBase::setTypename(typeid(int), names[round]);
+    }).detach();
+  std::this_thread::sleep_for(std::chrono::milliseconds(20));
+}
+
+const probe::Commands commands = {
+    {"env", readVariable},
+    {"env_set", [](const Arguments& a) { setEnv(a.at(0).c_str(), a.at(1), true); }},
+    {"executable_dir", [](const Arguments&) { std::puts(getExecutableDir().c_str()); }},
+    {"current_dir",
+     [](const Arguments&) {
+       try {
+         std::printf("[%s]\n", getCurrentDir().c_str());
+       } catch (const std::length_error& e) {
+         std::printf("length_error %s\n", e.what());
+       }
+     }},
+    {"throw_uncaught", [](const Arguments&) { throw Exception("nobody catches this", "f", 1); }},
+    {"null_ptr_exception",
+     [](const Arguments& a) { NullPtrException(typeOf(a.at(0)), typeOf(a.at(1))); }},
+    {"type_names",
+     [](const Arguments& a) {
+       for (const std::string& key : a)
+         std::printf("%s\n", Typename(typeOf(key)).c_str());
+     }},
+    {"type_ids",
+     [](const Arguments& a) {
+       for (const std::string& key : a)
+         std::printf("%lld\n", static_cast<long long>(getTypeID(typeOf(key))));
+     }},
+    {"set_type_name",
+     [](const Arguments& a) { DefineTypenameBase::setTypename(typeOf(a.at(0)), a.at(1)); }},
+    {"type_is_named",
+     [](const Arguments& a) {
+       std::puts(detail::typeByName(a.at(0)) != typeid(void) ? "1" : "0");
+     }},
+    {"name_types_for_ever", nameTypesForEver},
+    {"load_module", [](const Arguments& a) { module = new LoadedModule(a.at(0)); }},
+    {"relative_memory_before_baseline",
+     [](const Arguments&) {
+       getMemUsage(); // the first query may allocate
+       const auto usage = static_cast<long long>(getMemUsage());
+       std::printf("%llu %lld\n", getInitialMemUsage(), getRelativeMemUsage() - usage);
+     }},
+    {"connect",
+     [](const Arguments& a) {
+       std::printf("handle: %s\n", describe(ConnectTo(a.at(0), a.at(1))));
+       std::fgetc(stdin);
+       std::printf("standard input: %s\n", std::feof(stdin) ? "open" : "closed");
+     }},
+};
 
 } // namespace
 
-PROBE_COMMAND(env_integer) {
-  std::printf("%d\n",
-              Tolvane::getEnvInteger(arguments.at(0).c_str(), descriptionOf(arguments.at(1)),
-                                     std::stoi(arguments.at(2))));
-  return 0;
-}
-
-PROBE_COMMAND(env_long) {
-  std::printf("%ld\n",
-              Tolvane::getEnvLong(arguments.at(0).c_str(), descriptionOf(arguments.at(1))));
-  return 0;
-}
-
-PROBE_COMMAND(env_float) {
-  std::printf("%g\n", Tolvane::getEnvFloat(arguments.at(0).c_str(), descriptionOf(arguments.at(1)),
-                                           std::stod(arguments.at(2))));
-  return 0;
-}
-
-PROBE_COMMAND(env_string) {
-  const std::string value =
-      Tolvane::getEnvString(arguments.at(0).c_str(), descriptionOf(arguments.at(1)));
-  std::printf("%s\n", value.c_str());
-  return 0;
-}
-
-PROBE_COMMAND(env_set) {
-  Tolvane::setEnv(arguments.at(0).c_str(), arguments.at(1), true);
-  return 0;
-}
-
-PROBE_COMMAND(executable_dir) {
-  std::printf("%s\n", Tolvane::getExecutableDir().c_str());
-  return 0;
-}
-
-PROBE_COMMAND(current_dir) {
-  try {
-    std::printf("[%s]\n", Tolvane::getCurrentDir().c_str());
-  } catch (const std::length_error& e) {
-    std::printf("length_error %s\n", e.what());
-  }
-  return 0;
+PROBE_COMMAND(unload_module) {
+  module->unload();
+  return module->isMapped() ? 1 : 0;
 }
 
 PROBE_COMMAND(install_terminate_handler) {
-  const bool first =
-      Tolvane::Exception::setTerminateHandler() != Tolvane::Exception::terminateHandler;
-  const bool second =
-      Tolvane::Exception::setTerminateHandler() == Tolvane::Exception::terminateHandler;
-  return first && second ? 0 : 1;
+  return Exception::setTerminateHandler() != Exception::terminateHandler &&
+                 Exception::setTerminateHandler() == Exception::terminateHandler
+             ? 0
+             : 1;
 }
 
-PROBE_COMMAND(throw_uncaught) {
-  throw Tolvane::Exception("nobody catches this", __FILE__, __LINE__);
-}
-
-PROBE_COMMAND(null_ptr_exception) {
-  const Tolvane::NullPtrException exception(typeOf(arguments.at(0)), typeOf(arguments.at(1)));
-  return &exception.type() == &typeOf(arguments.at(0)) ? 0 : 1;
-}
-
-PROBE_COMMAND(type_names) {
-  for (const std::string& key : arguments)
-    std::printf("%s\n", Tolvane::Typename(typeOf(key)).c_str());
-  return 0;
-}
-
-PROBE_COMMAND(set_type_name) {
-  Tolvane::DefineTypenameBase::setTypename(typeOf(arguments.at(0)), arguments.at(1));
-  return 0;
-}
-
-PROBE_COMMAND(type_ids) {
-  for (const std::string& key : arguments)
-    std::printf("%lld\n", static_cast<long long>(Tolvane::getTypeID(typeOf(key))));
-  return 0;
-}
-
-PROBE_COMMAND(relative_memory_before_baseline) {
-  Tolvane::getMemUsage(); // the first query may allocate
-  const Tolvane::memsize_t usage = Tolvane::getMemUsage();
-  const long long relative = Tolvane::getRelativeMemUsage();
-  std::printf("%llu %lld\n", Tolvane::getInitialMemUsage(),
-              relative - static_cast<long long>(usage));
-  return 0;
-}
-
+// CODE FILE: the file is one of its own, because the thread sanitizer flushes the standard streams
+// at every kind of exit.
 PROBE_COMMAND(immediate_exit) {
   std::atexit([] { std::fprintf(stderr, "a handler ran\n"); });
-  // A file of its own: the thread sanitizer flushes the standard streams at every kind of exit.
-  static std::ofstream file(arguments.at(1));
-  file << "not flushed";
-  Tolvane::ImmediateExitus(std::stoi(arguments.at(0)));
+  static std::FILE* const file = std::fopen(arguments.at(1).c_str(), "w");
+  std::fputs("not flushed", file);
+  ImmediateExitus(std::stoi(arguments.at(0)));
 }

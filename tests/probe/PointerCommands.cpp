@@ -6,7 +6,6 @@
 #include <tolvane/Typename.hpp>
 
 #include <cstdio>
-#include <functional>
 #include <map>
 
 using namespace Tolvane;
@@ -42,23 +41,20 @@ void expectNullPtrException(Act act) {
 // Makes one report, with values that the test knows.
 PROBE_COMMAND(speak) {
   SpeakPtr& s = SpeakPtr::theSpeaker();
-  const std::type_info& type = typeid(NamedLater);
+  const std::type_info &type = typeid(NamedLater), &i = typeid(int), &b = typeid(bool);
+  const void *const p = address(0x10), *const q = address(0x20);
   const std::map<std::string, std::function<void()>> reports = {
       {"nothing", [] {}},
-      {"CriticalWarning", [&] { s.CriticalWarning(type, type, address(1), address(2)); }},
-      {"SelfConstruction", [&] { s.SelfConstruction(type, address(1), address(1)); }},
+      {"CriticalWarning", [&] { s.CriticalWarning(type, type, p, q); }},
+      {"SelfConstruction", [&] { s.SelfConstruction(type, p, p); }},
       {"NullPtrException", [&] { const NullPtrException exception(type, type); }},
       {"InconsistentDynPtr",
-       [&] {
-         s.InconsistentDynPtr(type, typeid(int), typeid(bool), address(0x10), address(0x20),
-                              address(0x30), address(0x40), 77);
-       }},
+       [&] { s.InconsistentDynPtr(i, i, i, p, q, address(0x30), address(0x40), 77); }},
       {"InvalidPtrAccess",
        [&] {
          DefineTypenameBase::setTypename(type, "Named%d");
          expectNullPtrException([&] {
-           s.InvalidPtrAccess(true, typeid(NamedLater), typeid(double), typeid(int), typeid(bool),
-                              -3, 4, address(0x10), address(0x20), ~std::uint64_t{0});
+           s.InvalidPtrAccess(true, type, typeid(double), i, b, -3, 4, p, q, ~std::uint64_t{0});
          });
        }},
       {"DestructionCancelled0", [&] { s.DestructionCancelled(0, 1, type); }},
@@ -76,34 +72,41 @@ PROBE_COMMAND(speak) {
 
 // Does something with pointers.
 PROBE_COMMAND(point) {
-  const std::string what = arguments.at(0);
   auto* const object = new Pointed;
   StrongPtr<Pointed> strong = object;
   const WeakPtr<Pointed> weak = strong;
-  if (what == "live") {
-    StrongPtr<Pointed> copy = weak.lock();
-    copy = std::move(strong);
-  } else if (what == "take back") {
-    object->takeBack = true;
-    strong.reset();
-    Pointed::kept.reset();
-  } else if (what == "copy dead weak") {
-    strong.reset();
-    const WeakPtr<Pointed> copy = weak;
-  } else if (what == "lock dead") {
-    strong.reset();
-    return weak.lock() ? 1 : 0;
-  } else if (what == "copy dead strong") {
-    delete object;
-    const StrongPtr<Pointed> copy = strong;
-  } else if (what == "release without object") {
-    detail::PointerAccess::referer(strong)->takeObject();
-    strong.reset();
-    delete object;
-  } else if (what == "access") {
-    std::printf("id #%llu\n", static_cast<unsigned long long>(weak.serial()));
-    strong.reset();
-    expectNullPtrException([&] { weak->takeBack = true; });
-  }
+  const std::map<std::string, std::function<void()>> deeds = {
+      {"live",
+       [&] {
+         StrongPtr<Pointed> copy = weak.lock();
+         copy = std::move(strong);
+       }},
+      {"take-back",
+       [&] {
+         object->takeBack = true;
+         strong.reset();
+         Pointed::kept.reset();
+       }},
+      {"copy-dead-weak", [&] { strong.reset(), WeakPtr<Pointed>(weak).reset(); }},
+      {"lock-dead", [&] { strong.reset(), weak.lock().reset(); }},
+      {"copy-dead-strong",
+       [&] {
+         delete object;
+         const StrongPtr<Pointed> copy = strong;
+       }},
+      {"release-without-object",
+       [&] {
+         detail::PointerAccess::referer(strong)->takeObject();
+         strong.reset();
+         delete object;
+       }},
+      {"access",
+       [&] {
+         std::printf("id #%llu\n", static_cast<unsigned long long>(weak.serial()));
+         strong.reset();
+         expectNullPtrException([&] { weak->takeBack = true; });
+       }},
+  };
+  deeds.at(arguments.at(0))();
   return 0;
 }

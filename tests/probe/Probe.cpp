@@ -3,35 +3,38 @@
 #include <cstdio>
 #include <map>
 
-namespace {
+using namespace probe;
 
-std::map<std::string, int (*)(const probe::Arguments&)>& commands() {
-  static auto& table = *new std::map<std::string, int (*)(const probe::Arguments&)>;
+static std::map<std::string, std::function<int(const Arguments&)>>& commands() {
+  static auto& table = *new std::map<std::string, std::function<int(const Arguments&)>>;
   return table;
 }
 
-} // namespace
-
-probe::Command::Command(const char* name, int (*run)(const Arguments&)) {
+Command::Command(const char* name, int (*run)(const Arguments&)) {
   commands()[name] = run;
+}
+
+Commands::Commands(
+    std::initializer_list<std::pair<const char*, std::function<void(const Arguments&)>>> list) {
+  for (const auto& entry : list)
+    commands()[entry.first] = [run = entry.second](const Arguments& arguments) {
+      run(arguments);
+      return 0;
+    };
 }
 
 int main(int argc, char** argv) {
   constexpr int misused = 125;
   for (int next = 1; next < argc; ++next) {
     const std::string name = argv[next];
-    probe::Arguments arguments;
+    Arguments arguments;
     while (++next < argc && argv[next] != std::string("--"))
       arguments.emplace_back(argv[next]);
-    const auto command = commands().find(name);
-    if (command == commands().end()) {
-      std::fprintf(stderr, "tolvane-probe: no command \"%s\", there are:", name.c_str());
-      for (const auto& [known, run] : commands())
-        std::fprintf(stderr, " %s", known.c_str());
-      std::fputc('\n', stderr);
+    if (!commands().contains(name)) {
+      std::fprintf(stderr, "tolvane-probe: no command \"%s\"\n", name.c_str());
       return misused;
     }
-    if (const int code = command->second(arguments))
+    if (const int code = commands()[name](arguments))
       return code;
   }
   return argc > 1 ? 0 : misused;

@@ -4,28 +4,35 @@
 /// The table of commands of `tolvane-probe`, the program that tests start to watch the library in
 /// a process of its own: first calls, load and unload, output bytes, exit codes.
 ///
-/// A command is written in any source of this folder and registers itself:
+/// A command is written in any source of this folder, short ones in a table:
 ///
 /// @code
 /// #include "Probe.hpp"
 ///
-/// PROBE_COMMAND(show_level) {
-///   std::printf("%d\n", Tolvane::VerboseStream::show(std::stoi(arguments.at(0))));
-///   return 0;
-/// }
+/// static const probe::Commands commands = {
+///     {"show_level", [](const probe::Arguments& a) {
+///        std::printf("%d\n", Tolvane::VerboseStream::show(std::stoi(a.at(0))));
+///      }}};
+/// PROBE_COMMAND(exit) { return std::stoi(arguments.at(0)); }
 /// @endcode
 ///
 /// It is started as `tolvane-probe show_level 3`. Several commands run one after another in one
 /// process when "--" stands between them; the first one that does not return 0 ends the program
 /// with its value.
 
+#include <functional>
+#include <initializer_list>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace probe {
 
 using Arguments = std::vector<std::string>;
 
+struct Commands {
+  Commands(std::initializer_list<std::pair<const char*, std::function<void(const Arguments&)>>>);
+};
 struct Command {
   Command(const char* name, int (*run)(const Arguments&));
 };

@@ -15,11 +15,16 @@
 #endif
 
 using namespace Tolvane;
+using probe::Arguments;
 
 namespace {
 
-std::string at(const probe::Arguments& arguments, std::size_t i, const char* otherwise = "") {
+std::string at(const Arguments& arguments, std::size_t i, const char* otherwise = "") {
   return i < arguments.size() ? arguments[i] : otherwise;
+}
+
+void say(int level, const std::string& text, const char* file = "file.cpp") {
+  VerboseStream(false, false, level, file, 1, "f()", text, "");
 }
 
 template <typename Action>
@@ -37,7 +42,7 @@ void tellWhatIsThrown(const Action& action) {
 
 struct Late {
   explicit Late(std::string words) : text(std::move(words)) {}
-  ~Late() { VerboseStream(false, false, 0, "late.cpp", 1, "f()", text, ""); }
+  ~Late() { say(0, text, "late.cpp"); }
   std::string text;
 };
 
@@ -61,41 +66,32 @@ public:
   }
 };
 
-} // namespace
-
 // LEVEL TEXT [DOMAIN [FLAGS [FILE [FUNCTION]]]]; the flags are "s" for suppressed, "b" for
 // breakpoint. Tells by 1 or 0 whether the message would be shown, and what is thrown.
-PROBE_COMMAND(message) {
-  const std::string flags = at(arguments, 3), file = at(arguments, 4, "dir/file.cpp"),
-                    function = at(arguments, 5, "void f(int)");
+void message(const Arguments& a) {
+  const std::string flags = at(a, 3), file = at(a, 4, "dir/file.cpp"),
+                    function = at(a, 5, "void f(int)");
   tellWhatIsThrown([&] {
-    VerboseStream message(flags.find('s') != std::string::npos,
-                          flags.find('b') != std::string::npos, std::stoi(arguments.at(0)),
-                          file.c_str(), 12, function.c_str(), at(arguments, 1), at(arguments, 2));
-    tellWhatIsThrown([&] { std::printf("%d\n", message ? 1 : 0); });
+    VerboseStream stream(flags.find('s') != std::string::npos, flags.find('b') != std::string::npos,
+                         std::stoi(a.at(0)), file.c_str(), 12, function.c_str(), at(a, 1),
+                         at(a, 2));
+    tellWhatIsThrown([&] { std::printf("%d\n", stream ? 1 : 0); });
   });
-  return 0;
 }
 
 // Pairs of domain and level: tells for each by 1 or 0 whether it is shown.
-PROBE_COMMAND(domains) {
-  for (std::size_t i = 0; i < arguments.size(); i += 2)
-    tellWhatIsThrown([&] {
-      VerboseStream message(false, false, std::stoi(arguments.at(i + 1)), "file.cpp", 1, "f()", "",
-                            arguments.at(i));
-      std::fputs(message ? "1" : "0", stdout);
-    });
+void domains(const Arguments& a) {
+  for (std::size_t i = 0; i < a.size(); i += 2) {
+    VerboseStream stream(false, false, std::stoi(a.at(i + 1)), "file.cpp", 1, "f()", "", a[i]);
+    std::fputs(stream ? "1" : "0", stdout);
+  }
   std::puts("");
-  return 0;
 }
 
 // Messages by the macros, of which only some may evaluate what they stream.
-PROBE_COMMAND(macros) {
+void macros(const Arguments&) {
   std::string evaluated;
-  const auto stream = [&](const char* text) {
-    evaluated += text;
-    return text;
-  };
+  const auto stream = [&](const char* text) { return evaluated += text, text; };
   tellWhatIsThrown([&] {
     for (int i = 0; i < 2; ++i) {
       TOLVANE_VERBOSE(5) << stream("a");
@@ -106,23 +102,21 @@ PROBE_COMMAND(macros) {
     TOLVANE_VERBOSE_BREAK(6) << stream("e");
   });
   std::printf("%s\n", evaluated.c_str());
-  return 0;
 }
 
 // A section around a message; with an argument, an exception passes through its end.
-PROBE_COMMAND(section) {
+void section(const Arguments& a) {
   tellWhatIsThrown([&] {
     VerboseStream::Indentator section("file.cpp", 3, "void work()", 4, '-', 3, "Mem");
-    VerboseStream(false, false, 0, "file.cpp", 4, "void work()", "inside", "");
-    if (!arguments.empty())
-      throw std::runtime_error(arguments[0]);
+    say(0, "inside");
+    if (!a.empty())
+      throw std::runtime_error(a[0]);
   });
-  tellWhatIsThrown([] { VerboseStream(false, false, 0, "file.cpp", 5, "void f()", "after", ""); });
-  return 0;
+  tellWhatIsThrown([] { say(0, "after"); });
 }
 
 // A section in which the default cache receives an object of 3 MiB, and one in which it does not.
-PROBE_COMMAND(sections_with_cache) {
+void sectionsWithCache(const Arguments&) {
   StrongPtr<BlockMaker, Creature> maker;
   BlockMaker::Pointer block;
   {
@@ -133,11 +127,10 @@ PROBE_COMMAND(sections_with_cache) {
   const VerboseStream::Indentator section("file.cpp", 4, "f()", 0, '-', 1, "");
   VerboseStream(false, false, 0, "file.cpp", 5, "f()", "", "")
       << Cache::MemCache() << '|' << *Cache::MemCache();
-  return 0;
 }
 
 // Messages from destructors while an exception is passing.
-PROBE_COMMAND(unwinding) {
+void unwinding(const Arguments&) {
   tellWhatIsThrown([&] {
     struct Loud {
       ~Loud() {
@@ -149,45 +142,31 @@ PROBE_COMMAND(unwinding) {
     } const loud;
     throw std::runtime_error("passing");
   });
-  return 0;
 }
 
-PROBE_COMMAND(show) {
-  for (const std::string& level : arguments)
-    std::fputs(VerboseStream::show(std::stoi(level)) ? "1" : "0", stdout);
-  std::puts("");
-  return 0;
-}
-
-PROBE_COMMAND(console) {
-  Console() << arguments.at(0) << 7;
-  return 0;
-}
-
-PROBE_COMMAND(write_used_files) {
-  VerboseStream::writeUsedFiles();
-  return 0;
-}
-
-PROBE_COMMAND(catcher) {
+void installCatcher(const Arguments&) {
   static StrongPtr<PrintingCatcher, VerboseCatcher> catcher = new PrintingCatcher;
   VerboseCatcher::theCatcher = catcher;
-  return 0;
 }
 
-// A message from the destructor of a static object.
-PROBE_COMMAND(late_message) {
-  static const Late late(arguments.at(0));
-  return 0;
-}
+const probe::Commands commands = {
+    {"message", message},
+    {"domains", domains},
+    {"macros", macros},
+    {"section", section},
+    {"sections_with_cache", sectionsWithCache},
+    {"unwinding", unwinding},
+    {"catcher", installCatcher},
+    {"show",
+     [](const Arguments& a) {
+       for (const std::string& level : a)
+         std::fputs(VerboseStream::show(std::stoi(level)) ? "1" : "0", stdout);
+       std::puts("");
+     }},
+    {"console", [](const Arguments& a) { Console() << a.at(0) << 7; }},
+    {"write_used_files", [](const Arguments&) { VerboseStream::writeUsedFiles(); }},
+    {"late_message", [](const Arguments& a) { static const Late late(a.at(0)); }},
+    {"close_output_descriptors", [](const Arguments&) { close(1), close(2); }},
+};
 
-PROBE_COMMAND(close_output_descriptors) {
-#ifdef _WIN32
-  _close(1);
-  _close(2);
-#else
-  close(1);
-  close(2);
-#endif
-  return 0;
-}
+} // namespace

@@ -32,6 +32,10 @@
 namespace cachetest {
 
 using namespace Tolvane;
+using CachePtr = StrongPtr<Cache, CacheBase>;
+using WeakCachePtr = WeakPtr<Cache, CacheBase>;
+
+constexpr memsize_t largest = ~memsize_t{0};
 
 /// A data object whose size is what the test says.
 class Data : public Cacheable {
@@ -41,7 +45,6 @@ public:
     if (onDeath)
       onDeath();
   }
-
   memsize_t memsize() const override {
     if (onMemsize)
       onMemsize();
@@ -54,32 +57,26 @@ public:
 
 /// Data of one of several domains.
 template <int Domain>
-class DataOf : public Data {
+struct DataOf : Data {
   using Data::Data;
 };
 
 /// Data that the library asks how large it is.
-class Growing : public MutableCacheable {
-public:
+struct Growing : MutableCacheable {
   explicit Growing(memsize_t bytes) : actual(bytes) { adjustCurrentMemsize(); }
   memsize_t computeMemsize() const override { return actual; }
   void resize(memsize_t bytes) {
     actual = bytes;
     adjustCurrentMemsize();
   }
-
   std::atomic<memsize_t> actual;
 };
 
 /// A creator that answers what the test says; with 2 it lets go of its data first.
 class Maker : public Creature {
 public:
-  explicit Maker(const WeakPtr<Cache, CacheBase>& cache = nullptr) : Creature(cache) {}
-
+  explicit Maker(const WeakCachePtr& cache = nullptr) : Creature(cache) {}
   StrongPtr<Cacheable> getCacheable() const override { return data; }
-  bool isReproducible() const override { return reproducible; }
-  std::string hasProducer() const override { return "a producer"; }
-
   int release() override {
     ++asked;
     if (onRelease)
@@ -91,45 +88,38 @@ public:
 
   StrongPtr<Cacheable> data;
   int answer = 2;
-  bool reproducible = true;
   std::atomic<int> asked{0};
   std::function<int()> onRelease;
 };
 
 /// Creators of one of several domains.
 template <int Domain>
-class MakerOf : public Maker {
+struct MakerOf : Maker {
   using Maker::Maker;
 };
 
 using MakerPtr = StrongPtr<Maker, Creature>;
 
 /// Gives a creator its data, in no queue yet.
-template <class D>
-MakerPtr made(Maker* creator, D* data) {
+inline MakerPtr made(Maker* creator, Cacheable* data) {
   MakerPtr maker = creator;
   maker->data = data;
-  maker->data->setCreator(maker->self());
+  data->setCreator(maker->self());
   return maker;
 }
 
-/// Objects that are named by letters, each with a creator that alone holds it. They are purged
-/// away at the end of a test, in the order of their names.
+/// Objects that are named by letters, each with a creator that alone holds it. They go at the end
+/// of a test, in the order of their names.
 class Population {
 public:
-  explicit Population(const WeakPtr<Cache, CacheBase>& cache = nullptr) : cache_(cache) {}
+  explicit Population(const WeakCachePtr& cache = nullptr) : cache_(cache) {}
 
   /// Makes an object; it stands in no queue yet.
   template <int Domain = 0, int Creator = 0>
   WeakPtr<Cacheable> add(char name, memsize_t size, int answer = 2) {
-    return adopt(name, new MakerOf<Creator>(cache_), new DataOf<Domain>(size, {name}), answer);
-  }
-
-  WeakPtr<Cacheable> adopt(char name, Maker* creator, Cacheable* data, int answer = 2) {
-    const MakerPtr maker = made(creator, data);
-    maker->answer = answer;
-    makers_[name] = maker;
-    return objects_[name] = data->self();
+    makers_[name] = made(new MakerOf<Creator>(cache_), new DataOf<Domain>(size, {name}));
+    makers_[name]->answer = answer;
+    return objects_[name] = makers_[name]->data;
   }
 
   WeakPtr<Cacheable> operator[](char name) const { return objects_.at(name); }
@@ -139,12 +129,17 @@ public:
   /// The creator goes, and the object with it unless somebody else holds that.
   void drop(char name) { makers_.erase(name); }
 
+  /// All creators answer as they were told again.
+  void calm() {
+    for (const auto& [name, maker] : makers_)
+      maker->onRelease = nullptr;
+  }
+
   /// The names of those that live.
   std::string alive() const {
     std::string names;
     for (const auto& [name, object] : objects_)
-      if (object)
-        names += name;
+      names.append(object ? 1 : 0, name);
     return names;
   }
 
@@ -157,7 +152,7 @@ public:
   }
 
 private:
-  WeakPtr<Cache, CacheBase> cache_;
+  WeakCachePtr cache_;
   std::map<char, MakerPtr> makers_;
   std::map<char, WeakPtr<Cacheable>> objects_;
 };
@@ -173,44 +168,27 @@ inline std::string order(const CacheQueue* queue) {
   } names;
   if (!queue)
     return "-";
-  const unsigned visited = queue->iterate(names);
-  EXPECT_EQ(visited, queue->nEntries());
+  EXPECT_EQ(queue->iterate(names), queue->nEntries());
   return names.names;
 }
-inline std::string order(const CacheQueue& queue) {
-  return order(&queue);
+
+/// The orders of the three queues of a domain, as "primary|temporaries|keepers"; "" without it.
+inline std::string order(const CacheMultiQueue* queues) {
+  return !queues ? ""
+                 : order(queues->primary()) + '|' + order(queues->temporaries()) + '|' +
+                       order(queues->keepers());
 }
 
-/// The orders of the three queues of a domain, as "primary|temporaries|keepers".
-inline std::string order(const CacheMultiQueue& queues) {
-  return order(queues.primary()) + '|' + order(queues.temporaries()) + '|' +
-         order(queues.keepers());
+/// The same of a domain of a cache.
+template <int Domain = 0, int Creator = 0>
+std::string order(const CreatorCacheMap& objects) {
+  const StrongPtr<CacheMap> map = objects.creatorDomain(typeid(MakerOf<Creator>));
+  return map ? order(map->domain(typeid(DataOf<Domain>))) : "";
 }
-
-/// The same of a domain of a cache; "" when it does not exist.
 template <int Domain = 0, int Creator = 0>
 std::string order(const Cache& cache) {
-  const StrongPtr<CacheMap> map = cache.objects().creatorDomain(typeid(MakerOf<Creator>));
-  const CacheMultiQueue* queues = map ? map->domain(typeid(DataOf<Domain>)) : nullptr;
-  return queues ? order(*queues) : "";
+  return order<Domain, Creator>(cache.objects());
 }
-
-/// A cache manager as far as queues know it, whose releasable data are one or more queues.
-class Budget : public CacheBase {
-public:
-  Budget(memsize_t limit, std::vector<const CacheQueue*> queues)
-      : CacheBase("budget"), bytes(limit), counted(std::move(queues)) {}
-  memsize_t totalCost(bool) const override {
-    memsize_t sum = 0;
-    for (const CacheQueue* queue : counted)
-      sum += queue->memsize();
-    return sum;
-  }
-  memsize_t limit() const override { return bytes; }
-
-  memsize_t bytes;
-  std::vector<const CacheQueue*> counted;
-};
 
 /// What goes to standard output while `action` runs.
 template <class Action>
@@ -229,23 +207,15 @@ std::string printed(const Action& action) {
   return text;
 }
 
-/// Expects the report and the exception of a look at an entry without a live creator.
-template <class Action>
-void expectNullPointerReport(const Action& action) {
-  const std::string text = printed([&] { EXPECT_THROW(action(), NullPtrException); });
-  EXPECT_NE(text.find(" *** NULL POINTER ACCESS FROM ["), std::string::npos) << text;
-}
-
 /// The irregularities that are reported while this lives.
 class Reports {
 public:
   Reports() : before_(content().size()) {}
   std::string text() const { return content().substr(before_); }
   int count() const {
+    const std::string reports = text(), head = "** IRREGULARITY";
     int number = 0;
-    const std::string reports = text();
-    for (auto at = reports.find("** IRREGULARITY"); at != std::string::npos;
-         at = reports.find("** IRREGULARITY", at + 1))
+    for (auto at = reports.find(head); at != std::string::npos; at = reports.find(head, at + 1))
       ++number;
     return number;
   }

@@ -1,0 +1,401 @@
+// Pointers, provenances, type names, messages and the profiler, used by several threads at once.
+
+#include "support/Rendezvous.hpp"
+
+#include <tolvane/Counter.hpp>
+#include <tolvane/Profiler.hpp>
+#include <tolvane/Provenance.hpp>
+#include <tolvane/StrongPtr.hpp>
+#include <tolvane/Typename.hpp>
+#include <tolvane/Verbose.hpp>
+
+#include <gtest/gtest.h>
+#include <set>
+
+using namespace Tolvane;
+
+namespace {
+
+constexpr int threadCount = 4;
+// How often a thread tries in a round; without end they would keep the object alive for each other.
+constexpr int attempts = 8;
+#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
+constexpr int roundCount = 2000;
+#else
+constexpr int roundCount = 10000;
+#endif
+
+struct Figure : ReferenceBase<Figure> {
+  ~Figure() override {
+    value = 0;
+    destroyed.fetch_add(1);
+    unasked.fetch_add(!asked);
+  }
+  void unction() override { asked = true; }
+
+  int value = 42;
+  std::atomic<bool> asked{false};
+  static inline std::atomic<int> destroyed{0};
+  // Destroyed without the hook for the last pointer.
+  static inline std::atomic<int> unasked{0};
+};
+struct Tagged {
+  virtual ~Tagged() = default;
+  int tag = 7;
+};
+struct Drawn : Tagged, Figure {};
+
+template <class Work>
+void inThreads(Work work) {
+  std::vector<std::thread> threads;
+  for (int thread = 0; thread < threadCount; ++thread)
+    threads.emplace_back(work, thread);
+  for (std::thread& thread : threads)
+    thread.join();
+}
+
+/// Every thread does `work(thread)` once a round, all at the same time; before each round one of
+/// them does `prepare()`, and after it `check()`.
+template <class Prepare, class Work, class Check>
+void race(Prepare prepare, Work work, Check check) {
+  Rendezvous together(threadCount);
+  inThreads([&](int thread) {
+    for (int round = 0; round < roundCount; ++round) {
+      if (thread == 0)
+        prepare();
+      together.arrive_and_wait();
+      work(thread);
+      together.arrive_and_wait();
+      if (thread == 0)
+        check();
+    }
+  });
+}
+
+} // namespace
+
+TEST(PointerStress, CountsAreExactBesideEachOther) {
+  const int before = Figure::destroyed;
+  StrongPtr<Figure> shared = new Drawn;
+  const WeakPtr<Figure> watching = shared;
+  inThreads([&](int) {
+    const StrongPtr<Figure> mine = shared;
+    for (int i = 0; i < roundCount; ++i) {
+      StrongPtr<Figure> copy = mine;
+      const WeakPtr<Figure> weak = copy;
+      StrongPtr<Figure> moved = std::move(copy);
+      const StrongPtr<Figure> locked = weak.lock();
+      const StrongPtr<Drawn, Figure> down(weak);
+      const WeakPtr<Tagged, Figure> across(moved);
+      moved = locked;
+      ASSERT_EQ(down->value + across->tag, 49);
+    }
+  });
+  EXPECT_TRUE(shared.strongCount() == 1 && shared.weakCount() == 3 && Figure::destroyed == before);
+  shared.reset();
+  EXPECT_EQ(Figure::destroyed, before + 1);
+  EXPECT_TRUE(watching.strongCount() == -111 && watching.weakCount() == 1);
+}
+
+// One thread lets go of the last pointer while the others make strong ones of weak ones, by every
+// way there is, or convert weak ones, which looks at the object.
+TEST(PointerStress, LastReleaseBesideWeakPointers) {
+  for (const bool toStrong : {true, false}) {
+    int gone = Figure::destroyed;
+    const int unasked = Figure::unasked;
+    StrongPtr<Figure> last;
+    WeakPtr<Figure> weak[threadCount];
+    std::atomic<int> wrong{0};
+    race(
+        [&] {
+          last = new Drawn;
+          for (WeakPtr<Figure>& one : weak)
+            one = last;
+        },
+        [&](int thread) {
+          if (thread == 0)
+            return last.reset();
+          const WeakPtr<Figure>& mine = weak[thread];
+          for (int i = 0; i < attempts && toStrong; ++i) {
+            const StrongPtr<Figure> locked = mine.lock(),
+                                    held = StrongPtr<Figure>::holdIfHeld(mine);
+            const StrongPtr<Drawn, Figure> down(mine);
+            const WeakPtr<Tagged, Figure> across(mine);
+            wrong += (locked && locked->value != 42) || (held && held->value != 42) ||
+                     (down && (down->tag != 7 || down->value != 42));
+          }
+          for (int i = 0; i < attempts && !toStrong; ++i) {
+            const WeakPtr<Drawn, Figure> down(mine);
+            const WeakPtr<Tagged, Figure> across(down);
+            // What is empty now was dead before, and stays so. A count of 0 is that of an object
+            // nobody ever held: seen here, it would be one that is about to go under the cast.
+            wrong += (!down && mine) || mine.strongCount() == 0;
+          }
+        },
+        [&] {
+          ASSERT_EQ(Figure::destroyed, ++gone);
+          ASSERT_TRUE(weak[0].strongCount() == -111 && weak[0].weakCount() == threadCount);
+        });
+    EXPECT_EQ(wrong, 0);
+    EXPECT_EQ(Figure::unasked, unasked);
+  }
+}
+
+// All pointers are last: each thread drops its own, and whoever comes last destroys.
+TEST(PointerStress, EveryoneLetsGoAtOnce) {
+  int gone = Figure::destroyed;
+  StrongPtr<Figure> mine[threadCount];
+  WeakPtr<Figure> weak;
+  race([&] { weak = mine[0] = mine[1] = mine[2] = mine[3] = new Figure; },
+       [&](int thread) {
+         const StrongPtr<Figure> held = std::move(mine[thread]);
+         const WeakPtr<Figure> dropped = held;
+       },
+       [&] {
+         ASSERT_EQ(Figure::destroyed, ++gone);
+         ASSERT_EQ(weak.weakCount(), 1);
+       });
+}
+
+namespace {
+
+/// Comes back some times when the last pointer to it goes.
+struct Returning : ReferenceBase<Returning> {
+  ~Returning() override { destroyed.fetch_add(1); }
+  void unction() override {
+    // Two threads may be here: the count allows it where one took a reference and let go again.
+    int seen = left.load();
+    while (seen > 0 && !left.compare_exchange_weak(seen, seen - 1)) {
+    }
+    const std::lock_guard lock(mutex);
+    if (seen > 0)
+      returned.emplace_back(this);
+  }
+  static StrongPtr<Returning> takeOne() {
+    const std::lock_guard lock(mutex);
+    if (returned.empty())
+      return nullptr;
+    StrongPtr<Returning> one = std::move(returned.back());
+    returned.pop_back();
+    return one;
+  }
+  std::atomic<int> left = 5;
+  static inline std::atomic<int> destroyed{0};
+  static inline std::mutex mutex;
+  static inline std::vector<StrongPtr<Returning>> returned;
+};
+
+} // namespace
+
+TEST(PointerStress, HookTakesItsObjectBack) {
+  int gone = 0;
+  StrongPtr<Returning> last;
+  WeakPtr<Returning> weak[threadCount];
+  race(
+      [&] {
+        last = new Returning;
+        for (WeakPtr<Returning>& one : weak)
+          one = last;
+      },
+      [&](int thread) {
+        if (thread == 0)
+          last.reset();
+        // From where the hook put it, or from the weak pointer beside it.
+        for (int i = 0; i < attempts && weak[thread]; ++i)
+          (thread % 2 == 0 ? Returning::takeOne() : weak[thread].lock()).reset();
+      },
+      [&] {
+        while (Returning::takeOne()) {
+        }
+        ASSERT_EQ(Returning::destroyed, ++gone);
+        ASSERT_TRUE(weak[0].strongCount() == -111 && weak[0].weakCount() == threadCount);
+      });
+}
+
+// Destroyed by hand while others copy the pointers they hold: those are dead from then on, and the
+// mark stays what it is.
+TEST(PointerStress, DestroyedByHandBesideCopies) {
+  int gone = Figure::destroyed;
+  Figure* object = nullptr;
+  StrongPtr<Figure> mine[threadCount];
+  race([&] { mine[0] = mine[1] = mine[2] = mine[3] = object = new Figure; },
+       [&](int thread) {
+         if (thread == 0)
+           delete object;
+         for (int i = 0; i < 10 * attempts && thread != 0 && mine[thread]; ++i) {
+           const StrongPtr<Figure> copy = mine[thread];
+           const WeakPtr<Figure> weak = copy;
+           const StrongPtr<Figure> locked = weak.lock();
+         }
+       },
+       [&] {
+         ASSERT_EQ(Figure::destroyed, ++gone);
+         ASSERT_TRUE(mine[1].strongCount() == -111 && mine[1].weakCount() == threadCount);
+       });
+}
+
+TEST(PointerStress, NumbersOfInstancesAreOneSequence) {
+  struct Counted : ReferenceBase<Counted> {};
+  std::set<std::uint64_t> all;
+  std::mutex mutex;
+  inThreads([&](int) {
+    std::vector<std::uint64_t> drawn;
+    for (int i = 0; i < roundCount; ++i)
+      drawn.push_back(StrongPtr<Counted>(new Counted)->instanceNumber());
+    EXPECT_TRUE(std::is_sorted(drawn.begin(), drawn.end()));
+    const std::lock_guard lock(mutex);
+    all.insert(drawn.begin(), drawn.end());
+  });
+  EXPECT_EQ(all.size(), std::size_t{threadCount} * roundCount);
+  EXPECT_EQ(*all.rbegin() + 1, *all.begin() + all.size());
+}
+
+TEST(PointerStress, CounterReachesZeroOnce) {
+  Counter counter(1);
+  std::atomic<int> zeros{0};
+  inThreads([&](int) {
+    for (int i = 0; i < roundCount; ++i) {
+      ++counter;
+      zeros += --counter;
+    }
+  });
+  EXPECT_TRUE(zeros == 0 && --counter);
+}
+
+/// Chains that share a stem are let go of by several threads at once, while another takes hold of
+/// records on the way and must always find all that is above them.
+TEST(ProvenanceStress, ThreadsReleaseForkedChains) {
+  struct Counted : Provenance {
+    Counted(const StrongPtr<Provenance>& above, std::atomic<int>& count)
+        : Provenance("n", above), alive(count) {
+      ++alive;
+    }
+    ~Counted() override { --alive; }
+    std::atomic<int>& alive;
+  };
+  std::atomic<int> alive = 0;
+  for (int round = 0; round < 61; ++round) {
+    const int length = round == 0 ? 100000 : 300;
+    StrongPtr<Provenance> stem;
+    std::vector<WeakPtr<Provenance>> watched;
+    for (int i = 0; i < length; ++i) {
+      stem = new Counted(stem, alive);
+      if (i < 500)
+        watched.push_back(stem);
+    }
+    std::vector<StrongPtr<Provenance>> leaves(threadCount - 1, stem);
+    for (StrongPtr<Provenance>& leaf : leaves)
+      for (int i = 0; i < length; ++i)
+        leaf = new Counted(leaf, alive);
+    stem = nullptr;
+    Rendezvous start(threadCount);
+    inThreads([&](int thread) {
+      start.arrive_and_wait();
+      if (thread > 0)
+        leaves[static_cast<std::size_t>(thread) - 1] = nullptr;
+      for (std::size_t i = watched.size(); thread == 0 && i-- > 0;) {
+        const StrongPtr<Provenance> held = watched[i].lock();
+        ASSERT_TRUE(!held || held->getPath('.').size() == 2 * i + 1);
+      }
+    });
+    ASSERT_EQ(alive, 0);
+  }
+}
+
+namespace {
+
+template <int>
+struct Numbered {};
+
+template <int... N>
+std::vector<const std::type_info*> numberedTypes(std::integer_sequence<int, N...>) {
+  return {&typeid(Numbered<N>)...};
+}
+
+} // namespace
+
+TEST(TypenameStress, ThreadsAgreeOnNamesAndIds) {
+  const auto types = numberedTypes(std::make_integer_sequence<int, 100>());
+  std::vector<std::int64_t> ids[threadCount];
+  inThreads([&](int thread) {
+    for (std::size_t i = 0; i < types.size(); ++i) {
+      // A name of its own comes and goes meanwhile, for the types that nobody else looks at.
+      if (static_cast<int>(i) % threadCount == thread) {
+        DefineTypenameBase::setTypename(*types[i], "own");
+        EXPECT_EQ(Typename(*types[i]), "own");
+        DefineTypenameBase::removeTypename(*types[i]);
+      }
+      ids[thread].push_back(getTypeID(*types[i]));
+      EXPECT_EQ(Typename(typeid(std::vector<int>)), "std::vector<int, std::allocator<int> >");
+      detail::typeByName("own");
+    }
+  });
+  EXPECT_EQ(std::set<std::int64_t>(ids[0].begin(), ids[0].end()).size(), types.size());
+  for (const auto& those : ids)
+    EXPECT_EQ(those, ids[0]);
+}
+
+namespace {
+
+struct CountingCatcher : VerboseCatcher {
+  ~CountingCatcher() override { alive_ = false; }
+  void catchMessage(int, const std::string&, const std::string& text, const std::string&, int depth,
+                    char) override {
+    EXPECT_TRUE(alive_);
+    EXPECT_EQ(text, std::to_string(depth));
+    ++caught;
+  }
+  static inline std::atomic<long> caught{0};
+
+private:
+  bool alive_ = true;
+};
+
+} // namespace
+
+TEST(VerboseStress, MessagesWhileTheCatcherComesAndGoes) {
+  std::atomic<bool> done{false};
+  StrongPtr<CountingCatcher, VerboseCatcher> first = new CountingCatcher;
+  VerboseCatcher::theCatcher = first;
+  std::thread changing([&] {
+    while (!done) {
+      StrongPtr<CountingCatcher, VerboseCatcher> other = new CountingCatcher;
+      VerboseCatcher::theCatcher = other;
+      other = nullptr;
+      VerboseCatcher::theCatcher = nullptr;
+      VerboseCatcher::theCatcher = first;
+    }
+  });
+  inThreads([&](int thread) {
+    for (int i = 0; i < 300; ++i) {
+      const VerboseStream::Indentator section("f.cpp", 1, "f()", 9, '-', thread, "");
+      const std::string file = "file" + std::to_string(i % 7) + ".cpp";
+      VerboseStream(false, false, 1, file.c_str(), i, "f()", std::to_string(thread), "");
+      TOLVANE_VERBOSE_DOMAIN(2, "Mem") << thread;
+    }
+  });
+  done = true;
+  changing.join();
+  CountingCatcher::caught = 0;
+  VerboseStream(false, false, 1, "f.cpp", 1, "f()", "0", "");
+  EXPECT_EQ(CountingCatcher::caught, 1);
+  VerboseCatcher::theCatcher = nullptr;
+}
+
+TEST(ProfilerStress, CountsEveryScope) {
+  Profiler::reset();
+  Profiler::enable();
+  inThreads([](int) {
+    for (int i = 0; i < 1000; ++i) {
+      TOLVANE_PROFILE("shared by threads", 1);
+      const std::string name = "name " + std::to_string(i % 50);
+      const Profiler other("f.cpp", 1, "f()", name.c_str(), 1);
+    }
+  });
+  Profiler::disable();
+  std::uint64_t shared = 0, others = 0;
+  for (const Profiler::Statistic& one : Profiler::statistics())
+    (one.name == "shared by threads" ? shared : others) += one.calls;
+  EXPECT_TRUE(shared == 4000 && others == 4000) << shared << ' ' << others;
+  Profiler::reset();
+}

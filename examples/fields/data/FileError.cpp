@@ -1,0 +1,7 @@
+#include "FileError.hpp"
+
+namespace fields {
+
+FileError::~FileError() = default;
+
+} // namespace fields

@@ -40,7 +40,7 @@ function(tolvane_build_flags)
     if(TOLVANE_SANITIZE AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
       # What a sanitizer puts in between makes GCC warn of its own library's code.
       target_compile_options(${target} PRIVATE
-        -Wno-array-bounds -Wno-maybe-uninitialized -Wno-restrict)
+        -Wno-array-bounds -Wno-maybe-uninitialized -Wno-restrict -Wno-stringop-overflow)
     endif()
   endforeach()
 endfunction()

@@ -6,11 +6,13 @@
 
 #include <cstdlib>
 
+static LoadedModule* module = nullptr; // stays to the very end
 static void (*report)(const char* when) = nullptr;
 
 int main(int, char** argv) {
   std::atexit([] { report("late"); });
-  report = (new LoadedModule(argv[1]))->function<void(const char*)>("report");
+  module = new LoadedModule(argv[1]);
+  report = module->function<void(const char*)>("report");
   report("early");
   return 0;
 }

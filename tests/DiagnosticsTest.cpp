@@ -187,8 +187,16 @@ TEST_F(IrregularityLog, HoldsReportsThatComeAfterTheEndOfTheLibrary) {
   const auto line = [](const std::string& text) {
     return "\033[0m" + text + "<  0> \033[1m\033[31m" + text + "\033[0m\n";
   };
-  // A malformed filter has no caller left to surface to.
-  for (const std::string filter : {"", "early,late:"}) {
+  std::vector<std::string> filters = {""};
+  std::string expected = entry("[^\n]* ", "early"), last = entry("[^\n]* ", "last");
+#ifdef _WIN32
+  // Exit handlers come first; when the modules end, threads are gone that may hold up the stack.
+  expected += entry("[^\n]* ", "late") + last.erase(last.find(R"(\n ---)"));
+#else
+  expected += last + entry("[^\n]* ", "late");
+  filters.push_back("early,late:"); // malformed, but there is no caller left to surface to
+#endif
+  for (const std::string& filter : filters) {
     const ProbeResult run =
         probe("'" TOLVANE_TEST_MODULE_DIR "/Reports" TOLVANE_TEST_MODULE_SUFFIX "'",
               {.environment = {{"TOLVANE_VERBOSITY_FILE_WRITE", "used.txt"},
@@ -197,12 +205,8 @@ TEST_F(IrregularityLog, HoldsReportsThatComeAfterTheEndOfTheLibrary) {
                .program = TOLVANE_TEST_HOST_DIR "/CallsLate" TOLVANE_TEST_PROGRAM_SUFFIX});
     EXPECT_EQ(run.exitCode, 0) << filter;
     EXPECT_EQ(run.err, line("early") + (filter.empty() ? line("late") : "")) << filter;
-    std::string late = entry("[^\n]* ", "late");
-#ifdef _WIN32
-    late.erase(late.find(R"(\n ---)")); // without the stack, when other threads are gone
-#endif
     const std::string text = textOf(contentOf(log));
-    EXPECT_TRUE(matches(text, entry("[^\n]* ", "early") + late)) << text;
+    EXPECT_TRUE(matches(text, expected)) << text;
     EXPECT_TRUE(contentOf(folder + "/used.txt").ends_with("Reports.cpp\n"));
   }
 }

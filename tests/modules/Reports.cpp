@@ -7,6 +7,10 @@
 #define EXPORTED __attribute__((visibility("default")))
 #endif
 
+static const struct Last {
+  ~Last() { TOLVANE_IRREGULARITY("last"); }
+} last;
+
 extern "C" EXPORTED void report(const char* when);
 
 void report(const char* when) {

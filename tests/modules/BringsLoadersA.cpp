@@ -1,2 +1,3 @@
 #define MODULE "A"
+#define OWN OfA
 #include "RegistryModule.hpp"

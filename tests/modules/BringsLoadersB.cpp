@@ -1,2 +1,3 @@
 #define MODULE "B"
+#define OWN OfB
 #include "RegistryModule.hpp"

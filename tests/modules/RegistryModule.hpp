@@ -47,13 +47,20 @@ void askAboutForeign(std::integer_sequence<int, I...>) {
 
 #ifdef MODULE
 namespace {
+namespace OWN {
 
-/// These are the module's own, with keys that no other module has.
+/// These are the module's own, with keys that no other module has: clang tells local types of one
+/// name in two modules from each other by nothing else.
 struct OwnVolume {};
 struct OwnLoader : SharedLoader {
   using SharedLoader::SharedLoader;
 };
 struct OwnInterface : Tolvane::Interface<OwnInterface> {};
+
+} // namespace OWN
+using OWN::OwnInterface;
+using OWN::OwnLoader;
+using OWN::OwnVolume;
 
 using Loaders = Tolvane::LoaderRegistry<SharedVolume>;
 using Savers = Tolvane::SaveRegistry<SharedVolume>;

@@ -83,9 +83,14 @@ ProbeResult start(const std::vector<std::string>& words, const ProbeOptions& opt
   startup.hStdError = open(errFile, GENERIC_WRITE, CREATE_ALWAYS);
   PROCESS_INFORMATION process = {};
   const char* const directory = options.directory.empty() ? nullptr : options.directory.c_str();
-  if (!CreateProcessA(words[0].c_str(), line.data(), nullptr, nullptr, TRUE, 0, block.data(),
-                      directory, &startup, &process))
-    fail(words[0]);
+  // On an emulated system that is short of time, a process now and then does not come up.
+  for (int attempt = 1; !CreateProcessA(words[0].c_str(), line.data(), nullptr, nullptr, TRUE, 0,
+                                        block.data(), directory, &startup, &process);
+       ++attempt) {
+    if (attempt == 5)
+      fail(words[0] + ": error " + std::to_string(GetLastError()));
+    Sleep(200);
+  }
   if (WaitForSingleObject(process.hProcess, 1000 * timeLimit) != WAIT_OBJECT_0)
     TerminateProcess(process.hProcess, 124);
   WaitForSingleObject(process.hProcess, INFINITE);

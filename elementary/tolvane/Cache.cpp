@@ -104,12 +104,14 @@ bool Cache::insert(const WeakPtr<Cacheable>& object, bool asOldest) {
     alive = StrongPtr<CacheBase>::holdIfHeld(self());
     // Others decide now what becomes of this object, too, as if nobody asked for it.
     applicant.object = {};
-    purge_Hades();
-    // The zombies may have held the object, or have been a part of it.
-    if (!applicant.hold(object)) {
-      return false;
+    if (objects_.hasZombies()) {
+      purge_Hades();
+      // The zombies may have held the object, or have been a part of it.
+      if (!applicant.hold(object)) {
+        return false;
+      }
+      applicant.object = {};
     }
-    applicant.object = {};
     if (!adjust(*applicant.creatorDomain, *applicant.domain, applicant.cost)) {
       return refuse(applicant.cost, *applicant.creatorDomain, *applicant.domain);
     }

@@ -73,6 +73,15 @@ TEST(Cache, Survivors) {
     EXPECT_EQ(refused, test.refused);
     EXPECT_EQ(order(*cache), test.order);
     EXPECT_EQ(all.asked(), test.asked);
+    const CacheStatistics now = cache->statistics();
+    EXPECT_EQ(now.total.asked, std::string(test.asked).size());
+    EXPECT_EQ(now.total.released + now.total.temporary + now.total.kept, now.total.asked);
+    EXPECT_EQ(now.total.refused, refused.size());
+    EXPECT_EQ(now.total.inserted, std::string(test.insertions).size() / 3 - refused.size());
+    EXPECT_EQ(now.total.evicted, now.total.released);
+    EXPECT_EQ(now.total.entries, now.total.inserted - now.total.evicted);
+    EXPECT_EQ(now.total.bytes, cache->totalCost(true));
+    EXPECT_GE(now.peak, now.freeable);
   }
   // Costs that do not fit 64 bits beside an object of 10 bytes, which goes or stays.
   const struct {
@@ -92,6 +101,35 @@ TEST(Cache, Survivors) {
     EXPECT_TRUE(cache->insert(WeakPtr<Cacheable>(all.add('b', test.cost)), false));
     EXPECT_EQ(order(*cache), test.order);
   }
+}
+
+// The own domain is asked first: one that is full of what nobody uses leaves the other, which
+// cycles three objects through a single place, no hit at all. The figures say so.
+TEST(Cache, StatisticsShowADomainThatStarves) {
+  const CachePtr cache = new Cache(100, "cache");
+  Population all;
+  for (const char name : std::string("abcdefghi"))
+    EXPECT_TRUE(cache->insert(all.add<0>(name, 10), false));
+  for (int round = 0; round < 12; ++round) {
+    const char name = "xyz"[round % 3];
+    EXPECT_TRUE((round >= 3 && cache->touch(all[name])) ||
+                cache->insert(all.add<1>(name, 10), false));
+  }
+  const CacheStatistics now = cache->statistics();
+  ASSERT_EQ(now.domains.size(), 2u);
+  const CacheCounts unused = now.domains[0].total(), starved = now.domains[1].total();
+  EXPECT_TRUE(now.domains[0].data == TypeInfo(typeid(DataOf<0>)) &&
+              now.domains[1].creator == TypeInfo(typeid(MakerOf<0>)));
+  EXPECT_EQ(unused.str(), "9 inserted, 0 touched, 0 asked (0 released, 0 temporary, 0 kept, 0 "
+                          "unusual), 0 evicted with 0 bytes, 0 refused");
+  EXPECT_EQ(starved.str(), "12 inserted, 0 touched, 11 asked (11 released, 0 temporary, 0 kept, 0 "
+                           "unusual), 11 evicted with 110 bytes, 0 refused");
+  EXPECT_EQ(now.peak, 100u);
+  const std::string listing = printed([&] { cache->list_info(); });
+  for (const std::string& line : {unused.str(), starved.str(), now.total.str()})
+    EXPECT_NE(listing.find(line), std::string::npos) << listing;
+  EXPECT_TRUE(cache->touch(all['a']) && all['b']->markAsUsed());
+  EXPECT_EQ(cache->statistics().domains[0].primary.touched, 2u);
 }
 
 TEST(Cache, FilesAgainWhatStandsThere) {

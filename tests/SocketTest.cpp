@@ -177,11 +177,12 @@ TEST(Socket, TriesEveryAddress) {
     name = "*";
   std::vector<Address> addresses = streamAddresses(name, "0");
   std::cout << name << " has " << addresses.size() << " addresses\n";
-  ASSERT_FALSE(addresses.empty());
+  int tried = 0;
   for (Address& accepting : addresses) {
     Listener listener(accepting);
     if (!listener.bound()) // listed by the resolver, but not an address of this machine
       continue;
+    ++tried;
     listener.acceptConnections();
     std::vector<std::unique_ptr<Listener>> refusing;
     for (const Address& other : streamAddresses(name, listener.port()))
@@ -191,6 +192,7 @@ TEST(Socket, TriesEveryAddress) {
     EXPECT_EQ(getpeername(client, peer.get(), &peer.size), 0);
     EXPECT_EQ(peer.host(), accepting.host());
   }
+  EXPECT_GT(tried, 0);
 }
 
 TEST(Socket, HandlesOfAProcess) {
@@ -210,6 +212,11 @@ TEST(Socket, HandlesOfAProcess) {
     const ProbeResult run = probe("connect 127.0.0.1 " + c.port, {.closeStdin = c.closeStdin});
     EXPECT_EQ(run.out + run.err, c.expected);
   }
+#ifndef _WIN32
+  EXPECT_EQ(outputOf("connect 127.0.0.1 " + listening.port() + " 3"),
+            "HDF5 stream: FAILED to open connection\n" + refused + "standard input: open\n")
+      << "with no handle left for a socket";
+#endif
   // Nobody can connect to the broadcast address, which the system knows by itself.
   const ProbeResult run = probe("connect 255.255.255.255 9");
   const std::string said = "stream to `255.255.255.255' 9: error code ";

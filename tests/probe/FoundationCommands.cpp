@@ -17,6 +17,7 @@
 #include <winsock2.h>
 using SocketLength = int;
 #else
+#include <sys/resource.h>
 #include <sys/socket.h>
 using SocketLength = socklen_t;
 #endif
@@ -126,6 +127,12 @@ const probe::Commands commands = {
      }},
     {"connect",
      [](const Arguments& a) {
+#ifndef _WIN32
+       if (a.size() > 2) { // so many open files may the process have
+         const rlimit limit{std::stoul(a[2]), std::stoul(a[2])};
+         setrlimit(RLIMIT_NOFILE, &limit);
+       }
+#endif
        std::printf("handle: %s\n", describe(ConnectTo(a.at(0), a.at(1))));
        std::fgetc(stdin);
        std::printf("standard input: %s\n", std::feof(stdin) ? "open" : "closed");

@@ -125,15 +125,19 @@ const probe::Commands commands = {
        const auto usage = static_cast<long long>(getMemUsage());
        std::printf("%llu %lld\n", getInitialMemUsage(), getRelativeMemUsage() - usage);
      }},
+    // HOST PORT [HOW MANY FILES MAY BE OPEN]
     {"connect",
      [](const Arguments& a) {
 #ifndef _WIN32
-       if (a.size() > 2) { // so many open files may the process have
-         const rlimit limit{std::stoul(a[2]), std::stoul(a[2])};
-         setrlimit(RLIMIT_NOFILE, &limit);
-       }
+       rlimit files{};
+       getrlimit(RLIMIT_NOFILE, &files);
+       const rlimit few{a.size() > 2 ? std::stoul(a[2]) : files.rlim_cur, files.rlim_max};
+       setrlimit(RLIMIT_NOFILE, &few);
 #endif
        std::printf("handle: %s\n", describe(ConnectTo(a.at(0), a.at(1))));
+#ifndef _WIN32
+       setrlimit(RLIMIT_NOFILE, &files); // the end of a process may need some
+#endif
        std::fgetc(stdin);
        std::printf("standard input: %s\n", std::feof(stdin) ? "open" : "closed");
      }},

@@ -34,15 +34,28 @@ PlayPlan planOf(const Options& options) {
   return plan;
 }
 
-/// The beginning of the paths of all files of a play. The folder is made.
+std::filesystem::path folderOf(const Options& options) {
+  return options.text("--out", ".");
+}
+
+/// The beginning of the paths of all files of a play.
 std::string prefixOf(const Options& options) {
-  const std::filesystem::path folder = options.text("--out", ".");
+  const std::filesystem::path folder = folderOf(options);
   std::error_code error;
-  std::filesystem::create_directories(folder, error);
-  if (!std::filesystem::is_directory(folder, error)) {
+  if (std::filesystem::exists(folder, error) && !std::filesystem::is_directory(folder, error)) {
     throw Refusal(folder.string() + ": is no folder; choose another with --out");
   }
   return (folder / options.text("--name", "fields")).string();
+}
+
+/// Makes the folder, once there is something to be written.
+void makeFolder(const Options& options) {
+  const std::filesystem::path folder = folderOf(options);
+  std::error_code error;
+  std::filesystem::create_directories(folder, error);
+  if (!std::filesystem::is_directory(folder, error)) {
+    throw Refusal(folder.string() + ": this folder cannot be made; choose another with --out");
+  }
 }
 
 Player playerOf(const Options& options, const DatasetFile& file, const ProgressBarPtr& progress) {
@@ -81,6 +94,7 @@ void playCommand(const Options& options, const ProgressBarPtr& progress) {
   const CachePtr cache = makeCache(options.bytes("--budget"), "play");
   const PlayResult result = player.play(cache, options.has("--listing"));
 
+  makeFolder(options);
   savePicture(prefix + "-sheet" + extension, result.sheet, "contact sheet of " + options.file());
   savePicture(prefix + "-memory" + extension, memoryChart(result), "memory over time");
   writeFile(prefix + "-table.json",
@@ -104,6 +118,7 @@ void compareCommand(const Options& options, const ProgressBarPtr& progress) {
                     bytesText(results.front().cache.limit) + "; has the file changed meanwhile?");
     }
   }
+  makeFolder(options);
   savePicture(prefix + "-compare" + extension, compareChart(results), "time against budget");
   writeFile(prefix + "-compare.json",
             [&](std::ostream& out) { writeJson(out, options.file(), results); });

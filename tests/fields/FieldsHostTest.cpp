@@ -269,7 +269,7 @@ TEST_F(FieldsHost, RefusesWithOneLineAndLeavesNothing) {
       {"show @a.pgm --out @a.pgm", "is the file itself"},
       {"show @a.asc --progress song", "progress is shown as"},
       {"list --modules @nowhere", "no such folder of modules"},
-      {"play @a.asc --budget 1K --out @", "too small for a single object"},
+      {"play @a.asc --budget 1K --out @new", "too small for a single object"},
       {"compare @a.asc --budgets 5M,1K --out @", "too small for a single object"},
       {"play @a.asc --order sideways --out @", "no order \"sideways\""},
       {"play @a.asc --from 4 --out @", "take --from and --to from 1 to 3"},

@@ -17,8 +17,8 @@ namespace Tolvane::detail {
 /// strong pointer to that one would destroy it in the end. So objects on the stack can be looked
 /// at as well; for those the caller of the library sees to it that they live.
 ///
-/// Nothing is waited for while an entry of a queue is held: its creator may die meanwhile, and who
-/// comes across the entry then takes it for one whose creator forgot it.
+/// Nothing is waited for while an entry of a queue is held without its creator: that may die
+/// meanwhile, and who comes across the entry then takes it for one whose creator forgot it.
 template <class T, class Base = T>
 class Held {
 public:

@@ -6,8 +6,8 @@
 #include <pthread.h>
 
 /// @file
-/// The mutex of objects, queues and progress interfaces: a POSIX mutex that may tell its owner about
-/// a second lock instead of hanging.
+/// The mutex of objects, queues and progress interfaces: a POSIX mutex that may tell its owner
+/// about a second lock instead of hanging.
 ///
 /// Hosts do not make one themselves: it stands behind Cacheable and CacheQueue, and a class that
 /// derives from LoaderProgress locks the one that it has there.

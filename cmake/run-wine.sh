@@ -24,7 +24,8 @@ if [[ ! -e $WINEPREFIX/ready ]]; then
   (
     flock 9
     if [[ ! -e $WINEPREFIX/ready ]]; then
-      wine wineboot --init >/dev/null 2>&1
+      # The emulated system lives on after this; it must not inherit the lock.
+      wine wineboot --init >/dev/null 2>&1 9>&-
       touch "$WINEPREFIX/ready"
     fi
   ) 9>"$WINEPREFIX.lock"

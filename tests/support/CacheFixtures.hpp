@@ -5,6 +5,7 @@
 /// test chooses, populations of them named by letters, and ways to watch what the library prints.
 
 #include "../RunProbe.hpp"
+#include "LongRun.hpp"
 
 #include <tolvane/Cache.hpp>
 #include <tolvane/Creature.hpp>
@@ -14,7 +15,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
@@ -32,6 +32,9 @@
 namespace cachetest {
 
 using namespace Tolvane;
+using testsupport::LongRun;
+using testsupport::numberFrom;
+using testsupport::Watchdog;
 using CachePtr = StrongPtr<Cache, CacheBase>;
 using WeakCachePtr = WeakPtr<Cache, CacheBase>;
 
@@ -244,38 +247,5 @@ public:
   }
   std::vector<std::string> texts;
 };
-
-/// Ends the process when a test hangs.
-class Watchdog {
-public:
-  explicit Watchdog(std::chrono::seconds patience = std::chrono::seconds(60))
-      : thread_([this, patience] {
-          std::unique_lock lock(mutex_);
-          if (!done_.wait_for(lock, patience, [this] { return finished_; })) {
-            std::fprintf(stderr, "the test hangs\n");
-            std::abort();
-          }
-        }) {}
-  ~Watchdog() {
-    {
-      const std::lock_guard lock(mutex_);
-      finished_ = true;
-    }
-    done_.notify_one();
-    thread_.join();
-  }
-
-private:
-  std::mutex mutex_;
-  std::condition_variable done_;
-  bool finished_ = false;
-  std::thread thread_;
-};
-
-/// A number from the environment, by which runs are repeated and prolonged.
-inline unsigned long long numberFrom(const char* variable, unsigned long long otherwise) {
-  const char* text = std::getenv(variable);
-  return text && *text ? std::strtoull(text, nullptr, 10) : otherwise;
-}
 
 } // namespace cachetest

@@ -55,14 +55,12 @@ public:
   ~Socket() { closeNative(native_); }
   operator Native() const { return native_; }
 
-  void write(const std::string& text) const {
-    EXPECT_EQ(send(native_, text.data(), static_cast<Length>(text.size()), 0),
-              static_cast<int>(text.size()));
-  }
-  std::string readSome() const {
-    char buffer[64];
-    const auto count = recv(native_, buffer, sizeof buffer, 0);
-    return std::string(buffer, count < 0 ? 0 : static_cast<std::size_t>(count));
+  /// Whether a text that is sent here arrives there.
+  bool reaches(const Socket& other) const {
+    char received[16] = "";
+    const std::string text = "from end to end";
+    return send(native_, text.data(), 15, 0) == 15 && recv(other, received, 15, 0) == 15 &&
+           text == received;
   }
 
 private:
@@ -72,19 +70,7 @@ private:
 struct Address {
   sockaddr_storage bytes = {};
   Length size = sizeof bytes;
-
   sockaddr* get() { return reinterpret_cast<sockaddr*>(&bytes); }
-  // Host, or port, in numbers.
-  std::string host() {
-    char text[128] = "";
-    getnameinfo(get(), size, text, sizeof text, nullptr, 0, NI_NUMERICHOST);
-    return text;
-  }
-  std::string port() {
-    char text[16] = "";
-    getnameinfo(get(), size, nullptr, 0, text, sizeof text, NI_NUMERICSERV);
-    return text;
-  }
 };
 
 std::vector<Address> streamAddresses(const std::string& host, const std::string& port) {
@@ -118,8 +104,10 @@ public:
   Socket accept() const { return Socket(::accept(socket_, nullptr, nullptr)); }
   std::string port() const {
     Address address;
+    char text[16] = "";
     EXPECT_EQ(getsockname(socket_, address.get(), &address.size), 0);
-    return address.port();
+    getnameinfo(address.get(), address.size, nullptr, 0, text, sizeof text, NI_NUMERICSERV);
+    return text;
   }
 
 private:
@@ -135,10 +123,7 @@ TEST(Socket, ConnectsToAListener) {
     ASSERT_GT(handle, 2);
     const Socket client(static_cast<Native>(handle)), server = listener.accept();
     EXPECT_FALSE(isInherited(client));
-    client.write("from the client");
-    EXPECT_EQ(server.readSome(), "from the client");
-    server.write("from the server");
-    EXPECT_EQ(client.readSome(), "from the server");
+    EXPECT_TRUE(client.reaches(server) && server.reaches(client));
   }
 }
 
@@ -188,9 +173,7 @@ TEST(Socket, TriesEveryAddress) {
     for (const Address& other : streamAddresses(name, listener.port()))
       refusing.push_back(std::make_unique<Listener>(other));
     const Socket client(static_cast<Native>(ConnectTo(name, listener.port())));
-    Address peer;
-    EXPECT_EQ(getpeername(client, peer.get(), &peer.size), 0);
-    EXPECT_EQ(peer.host(), accepting.host());
+    EXPECT_TRUE(client.reaches(listener.accept()));
   }
   EXPECT_GT(tried, 0);
 }

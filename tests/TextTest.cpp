@@ -199,8 +199,9 @@ struct Visitor : Lexicon::Iterator {
   std::function<bool(std::string&, Node&)> onVisit;
 };
 
-Words wordsOf(const Lexicon& root) {
+Words wordsOf(const Lexicon& root, const decltype(Visitor::onVisit)& onVisit = nullptr) {
   Visitor visitor;
+  visitor.onVisit = onVisit;
   EXPECT_TRUE(root.traverse(visitor));
   return visitor.words;
 }
@@ -260,10 +261,8 @@ TEST(Lexicon, WalksFromAPrefixAndStops) {
     EXPECT_TRUE(root.iterate(c.buffer, c.depth, visitor));
     EXPECT_EQ(visitor.words, c.words);
   }
-  Visitor scribbler;
-  scribbler.onVisit = [](std::string& word, Node&) { return word = "Xyz", true; };
-  EXPECT_TRUE(root.traverse(scribbler));
-  EXPECT_EQ(scribbler.words, (Words{"b", "Xc"})) << "the walk goes on with what is left there";
+  const auto scribble = [](std::string& word, Node&) { return word = "Xyz", true; };
+  EXPECT_EQ(wordsOf(root, scribble), (Words{"b", "Xc"})) << "it goes on with what is left there";
   insert(root, "bd");
   for (const Words& seen : {Words{"b"}, Words{"b", "bc"}, Words{"b", "bc", "bd"}}) {
     Visitor visitor;
@@ -278,29 +277,19 @@ TEST(Lexicon, SurvivesVisitorsThatCutTheBranch) {
     Node heap = rootOnHeap ? new Lexicon : nullptr;
     Lexicon stack;
     Lexicon& root = rootOnHeap ? *heap : stack;
-    for (const char* word : {"abcd", "abd", "b"})
+    for (const char* word : {"abcd", "abd", "by"})
       insert(root, word);
-    Visitor visitor;
-    visitor.onVisit = [&](const std::string& word, Node& node) {
+    const auto cut = [&](const std::string& word, Node& node) {
       if (word == "abc")
         root('a') = heap = nullptr; // all above the current word, which the walk still holds
       else if (word == "abd")
         node = nullptr;
+      else if (word == "b")
+        (*(node = new Lexicon))['x'];
       return true;
     };
-    EXPECT_TRUE(root.traverse(visitor));
-    EXPECT_EQ(visitor.words, (Words{"a", "ab", "abc", "abcd", "abd", "b"}));
+    EXPECT_EQ(wordsOf(root, cut), (Words{"a", "ab", "abc", "abcd", "abd", "b", "bx"}));
   }
-  Lexicon root;
-  insert(root, "ab");
-  Visitor replacing;
-  replacing.onVisit = [](const std::string& word, Node& node) {
-    if (word == "a")
-      (*(node = new Lexicon))['x'];
-    return true;
-  };
-  EXPECT_TRUE(root.traverse(replacing));
-  EXPECT_EQ(replacing.words, (Words{"a", "ax"}));
 }
 
 TEST(Lexicon, LongWordsCostNoStack) {
@@ -345,16 +334,14 @@ TEST(Lexicon, TakesAWordList) {
       prefixes.insert(line);
   }
   EXPECT_GT(words.size(), 50000u);
-  Visitor visitor;
   Words found;
-  visitor.onVisit = [&](const std::string& word, Node& node) {
+  const Words visited = wordsOf(*root, [&](const std::string& word, Node& node) {
     if (node->hasInterface<Word>())
       found.push_back(word);
     return true;
-  };
-  EXPECT_TRUE(root->traverse(visitor));
+  });
   EXPECT_TRUE(std::ranges::equal(found, words));
-  EXPECT_TRUE(std::ranges::equal(visitor.words, prefixes)) << "each node once";
+  EXPECT_TRUE(std::ranges::equal(visited, prefixes)) << "each node once";
   root = nullptr;
   EXPECT_EQ(isWord.strongCount(), 1);
 }

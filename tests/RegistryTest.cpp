@@ -130,6 +130,12 @@ TEST_F(LoaderRegistryTest, KeepsOneLoaderPerKeyAndDomain) {
   EXPECT_EQ(loaders(), "0 and 0");
   EXPECT_EQ(loader.strongCount(), 1);
 
+  const LoaderRegistry<A>::Registration<Scripted> registration("s", Extensions{".s"});
+  LoaderRegistry<A>::append(nullptr);
+  EXPECT_EQ(registration.loader()->extensions(), Extensions{".s"});
+  EXPECT_EQ(loaders(), "1 and 0");
+  Base::forget(typeid(A));
+
   const auto knowsA = [] { return std::ranges::count(Base::domains(), TypeInfo(typeid(A))); };
   LoaderRegistry<A>::isloadable(nullptr);
   EXPECT_EQ(knowsA(), 1) << "asking for a load makes the domain known";
@@ -233,27 +239,6 @@ TEST_F(LoaderRegistryTest, SurvivesLoadersThatChangeIt) {
     EXPECT_EQ(Scripted::asked, "-") << "what is gone or new is not asked";
     EXPECT_EQ(Base::loaders(typeid(Domain)).size(), 2u);
   }
-}
-
-TEST_F(LoaderRegistryTest, RegistrationComesAndGoes) {
-  struct First : Scripted {
-    using Scripted::Scripted;
-  };
-  struct Second : Scripted {};
-  const auto count = [] { return Base::loaders(typeid(Domain)).size(); };
-  {
-    const LoaderRegistry<Domain>::Registration<First> first("first", Extensions{".f"});
-    EXPECT_EQ(first.loader()->extensions(), Extensions{".f"});
-    {
-      const LoaderRegistry<Domain>::Registration<Second> second;
-      EXPECT_EQ(count(), 5u);
-    }
-    EXPECT_EQ(count(), 4u);
-    LoaderRegistry<Domain>::append(new First("replaces it"));
-    LoaderRegistry<Domain>::append(nullptr);
-    EXPECT_FALSE(first.loader());
-  }
-  EXPECT_EQ(count(), 4u) << "the one that replaced it stays";
 }
 
 TEST(LoaderBase, ComparesExtensions) {

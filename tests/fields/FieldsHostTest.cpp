@@ -9,6 +9,7 @@
 #include <fstream>
 #include <functional>
 #include <gtest/gtest.h>
+#include <iomanip>
 #include <map>
 #include <sstream>
 
@@ -31,32 +32,22 @@ protected:
     fs::create_directories(folder_);
   }
 
-  std::string path(const std::string& name) const { return (folder_ / name).string(); }
+  std::string path(const std::string& name) const { return (folder_ / name).generic_string(); }
 
   void write(const std::string& name, const std::string& bytes) const {
     std::ofstream(path(name), std::ios::binary) << bytes;
   }
 
-  std::string read(const std::string& name) const {
-    std::ifstream file(path(name), std::ios::binary);
-    std::ostringstream text;
-    text << file.rdbuf();
-    return text.str();
-  }
+  std::string read(const std::string& name) const { return contentOf(path(name)); }
 
-  /// Words that begin with "@" are files of the folder; "~" stands for a blank.
+  /// Words that begin with "@" are files of the folder.
   ProbeResult run(const std::string& typed, ProbeOptions options = {}) const {
-    std::vector<std::string> words;
     std::istringstream in(typed);
-    for (std::string word; in >> word;) {
-      std::replace(word.begin(), word.end(), '~', ' ');
-      words.push_back(word.starts_with("@") ? path(word.substr(1)) : word);
-    }
+    std::string line;
+    for (std::string word; in >> std::quoted(word, '\'');)
+      line += '\'' + (word.starts_with('@') ? path(word.substr(1)) : word) + "' ";
     options.program = TOLVANE_FIELDS;
-    ProbeResult result = runProbe(words, options);
-    result.out = textOf(result.out);
-    result.err = textOf(result.err);
-    return result;
+    return probe(line, options);
   }
 
   /// The files of the folder with their content.
@@ -303,7 +294,7 @@ TEST_F(FieldsHost, RefusesWithOneLineAndLeavesNothing) {
       {"show @a.asc --cut w", "--cut takes x, y or z"},
       {"show @a.asc --map pink", "no colour map \"pink\"; take one of grey"},
       {"show @a.asc --range 3:1", "the lower value first"},
-      {"show @a.asc --region 1,2~3", "three points or more"},
+      {"show @a.asc --region '1,2 3'", "three points or more"},
       {"show @a.asc --size 9999", "up to 4000"},
       {"show @a.asc --budget 12X", "is no size"},
       {"show @a.asc --budget 100", "too small for a single object: a picture takes"},
@@ -396,7 +387,7 @@ TEST_F(FieldsHost, PlaysTheSamePicturesUnderEveryBudget) {
   const auto play = [&](const std::string& name, const std::string& budget) {
     const ProbeResult result =
         run("play @a.asc --size 60 --order forwards,random --times 3 --out @out --seed 5 --listing "
-            "--region 2,42~9,42~5,49 --name " +
+            "--region '2,42 9,42 5,49' --name " +
             name + " --budget " + budget);
     EXPECT_EQ(result.exitCode, 0) << result.err;
     EXPECT_NE(result.err.find("100 %"), std::string::npos) << result.err;
@@ -430,7 +421,7 @@ TEST_F(FieldsHost, PlaysTheSamePicturesUnderEveryBudget) {
   EXPECT_GT(read("out/fields-compare" + end).size(), 1000U);
 
   const ProbeResult shown =
-      run("show @a.asc --region 0,58~2,58~2,60~0,60 --budget 2M --out @p" + end,
+      run("show @a.asc --region '0,58 2,58 2,60 0,60' --budget 2M --out @p" + end,
           {.environment = {{"TOLVANE_VERBOSITY", "5"}}});
   EXPECT_NE(shown.out.find("region: 4 cells, mean 8.5 m"), std::string::npos) << shown.out;
   EXPECT_NE(shown.out.find("made from a.asc/height at 0/slice"), std::string::npos) << shown.out;

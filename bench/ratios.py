@@ -44,6 +44,11 @@ def goals():
         yield from one(row, "floor, three mutexes", 0, "tolvane, Cache::touch")
     for size in SIZES:
         yield from one(f"touch/2 threads/{size}", "rocksdb", 1)
+    yield from one("insert without eviction", "floor, the same means", 1.3)
+    for threads in (1, 2):
+        for size in SIZES:
+            yield from one(f"insert that evicts one/{threads} threads/{size}",
+                           "floor, the same means", 1.3)
     for peer in ("QCache with a mutex", "leveldb", "rocksdb", "GDAL"):
         yield from one("insert without eviction", peer)
         for threads in (1, 2):

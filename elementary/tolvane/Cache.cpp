@@ -1,4 +1,5 @@
 #include <tolvane/Cache.hpp>
+#include <tolvane/CreatorHoldInternal.hpp>
 #include <tolvane/Creature.hpp>
 #include <tolvane/Environment.hpp>
 #include <tolvane/HeldInternal.hpp>
@@ -42,6 +43,7 @@ struct Cache::Applicant {
     if (!creator.owned()) {
       return false;
     }
+    const Cacheable::CreatorHold hold(*object, *creator);
     domain = &object->DomainType();
     creatorDomain = &object->CreatorType();
     cost = object->memsize();

@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <new>
 
 namespace Tolvane {
 
@@ -125,7 +126,11 @@ bool Cache::insert(const WeakPtr<Cacheable>& object, bool asOldest) {
   }
   if (verbosity() >= 11) {
     applicant.object = {}; // it does not count in what is printed
-    list_info();
+    try {
+      list_info();
+    } catch (const std::bad_alloc&) {
+      // The object is in all the same.
+    }
   }
   return true;
 }

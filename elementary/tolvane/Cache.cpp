@@ -141,6 +141,7 @@ void Cache::insert_zombie(const WeakPtr<Cacheable>& object) {
 }
 
 void Cache::purge_Hades() {
+  const auto alive = StrongPtr<CacheBase>::holdIfHeld(self());
   objects_.purge_Hades();
 }
 

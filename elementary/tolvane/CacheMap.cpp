@@ -44,7 +44,12 @@ CacheMap::CacheMap(std::shared_ptr<detail::CacheTotals> totals)
 CacheMap::~CacheMap() = default;
 
 CacheMultiQueue& CacheMap::obtain(const std::type_info& domainType) {
-  return domains_->obtain(domainType, [this] { return CacheMultiQueue(totals_); });
+  CacheMultiQueue& queues =
+      domains_->obtain(domainType, [this] { return CacheMultiQueue(totals_); });
+  if (closed()) {
+    queues.close(); // it came after close()
+  }
+  return queues;
 }
 
 bool CacheMap::insert(const WeakPtr<Cacheable>& object, bool asOldest) {
@@ -187,14 +192,7 @@ memsize_t CacheMap::forget(const std::type_info& domainType) {
 }
 
 memsize_t CacheMap::close() {
-  closed_ = true;
-  std::vector<CacheMultiQueue*> taken;
-  for (const TypeInfo type : domains()) {
-    if (CacheMultiQueue* queues = domains_->take(type.get())) {
-      taken.push_back(queues);
-    }
-  }
-  return purgeAndClose(taken);
+  return purgeAndClose(domains_->takeAll([this] { closed_ = true; }));
 }
 
 } // namespace Tolvane

@@ -104,6 +104,21 @@ public:
     return domain != nullptr && domain->open_.exchange(false) ? &domain->value : nullptr;
   }
 
+  /// Takes all types out. `first()` is called before that, and before any later `make()`.
+  template <class First>
+  std::vector<Value*> takeAll(First first) {
+    std::vector<Value*> taken;
+    const std::lock_guard lock(mutex_);
+    taken.reserve(domains_.size());
+    first();
+    for (const auto& domain : domains_) {
+      if (domain->open_.exchange(false)) {
+        taken.push_back(&domain->value);
+      }
+    }
+    return taken;
+  }
+
 private:
   /// Open addressing; never more than half full.
   struct Table {

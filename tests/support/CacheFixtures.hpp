@@ -32,6 +32,7 @@
 namespace cachetest {
 
 using namespace Tolvane;
+using testsupport::inThreads;
 using testsupport::LongRun;
 using testsupport::numberFrom;
 using testsupport::Watchdog;

@@ -2,6 +2,7 @@
 #include <tolvane/Typename.hpp>
 
 #include <cstdio>
+#include <stdexcept>
 #include <unordered_map>
 #include <utility>
 #include <vector>
@@ -58,17 +59,25 @@ void Intercube::addInterface(const StrongPtr<InterfaceBase>& ip) const {
   }
   // The old occupant is released last, when the set is whole again: its destructor may change it.
   StrongPtr<InterfaceBase> occupant = ip;
+  const std::shared_ptr<Slots> slots = slots_;
   const TypeInfo key = occupant->interfaceType();
-  if (slots_ != nullptr) {
-    slots_->map[key].swap(occupant);
+  if (slots != nullptr && !slots->orphaned) {
+    slots->map[key].swap(occupant);
   }
 }
 
 StrongPtr<InterfaceBase>& Intercube::registerInterface(const std::type_info& type) {
   if (StrongPtr<InterfaceBase>* slot = findSlot(type)) {
-    // Emptied by a swap, with the release outside the set; it may even take the slot away.
-    StrongPtr<InterfaceBase> released;
-    released.swap(*slot);
+    const std::shared_ptr<Slots> slots = slots_;
+    {
+      // Emptied by a swap, with the release outside the set; it may even take the slot away.
+      StrongPtr<InterfaceBase> released;
+      released.swap(*slot);
+    }
+    if (slots->orphaned) {
+      throw std::logic_error("Intercube: the end of an interface destroyed the object that is to "
+                             "have a slot for another");
+    }
   }
   if (slots_ == nullptr) {
     slots_ = std::make_shared<Slots>();

@@ -80,7 +80,8 @@ public:
 
   /// Makes sure that there is a slot for `type`, and empties it; what the destructor of the old
   /// occupant puts there stays. The reference is good until the slot is removed. @throws
-  /// std::bad_alloc when there is no memory for the slot.
+  /// std::bad_alloc when there is no memory for the slot, and std::logic_error when that destructor
+  /// destroyed this object.
   StrongPtr<InterfaceBase>& registerInterface(const std::type_info& type);
 
   /// The interface filed under `type`, made by createInterface() where the slot is empty. Empty

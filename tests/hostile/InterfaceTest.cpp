@@ -235,3 +235,193 @@ TEST_F(Hostile, AttributesAreChangedWhileTheyAreWalkedAndReleased) {
         EXPECT_EQ(alive, 0);
       }
 }
+
+namespace {
+
+struct HostileInCache : Hostile {
+  // Three objects with all answers, and one of another domain.
+  void fill() {
+    cache = new Cache(45, "cache");
+    for (const char name : {'a', 'b', 'c'})
+      EXPECT_TRUE(cache->insert(all.add(name, 10, name - 'a'), false));
+    EXPECT_TRUE(cache->insert(all.add<1>('p', 10), false));
+    left = 5;
+  }
+  // What was thrown inside comes out, or the error of one who pushes into the queue that asks.
+  void run(const Action& operation) {
+    try {
+      printed(operation);
+    } catch (const std::runtime_error&) {
+    } catch (const NullPtrException&) {
+    }
+    onCall = onEnd = nullptr;
+    if (cache)
+      expectWhole(*cache, all);
+    cache = nullptr;
+  }
+  bool adjust(memsize_t cost = 30) {
+    return cache->adjust(typeid(MakerOf<0>), typeid(DataOf<0>), cost);
+  }
+
+  const std::pair<const char*, Action> deeds[7] = {
+      {"throw", [] { throw std::runtime_error("from inside"); }},
+      {"use",
+       [&] {
+         cache && cache->touch(all['b']);
+         const StrongPtr<Cacheable> held = all['c'].lock();
+         held && held->markAsUsed();
+       }},
+      {"insert", [&] { cache && cache->insert(all['p'], true) && cache->insert(all['a'], true); }},
+      {"purge", [&] { cache ? cache->purge() : 0; }},
+      {"make room", [&] { cache&& adjust() && cache->adjust(typeid(int), typeid(int), 40); }},
+      {"list", [&] { cache ? cache->list_info() : void(); }},
+      {"destroy the cache", [&] { cache = nullptr; }},
+  };
+  CachePtr cache;
+  Population all;
+};
+
+} // namespace
+
+TEST_F(HostileInCache, CatchersAreCalledInTheMiddleOfEverything) {
+  struct Catcher : VerboseCatcher {
+    Catcher() { ++alive; }
+    ~Catcher() override {
+      --alive;
+      act(onEnd);
+    }
+    void catchMessage(int, const std::string&, const std::string&, const std::string&, int,
+                      char) override {
+      act(onCall);
+    }
+  };
+  StrongPtr<Catcher, VerboseCatcher> catcher;
+  std::vector<std::pair<std::string, Action>> changes(std::begin(deeds), std::end(deeds));
+  changes.emplace_back("destroy itself", [&] { catcher = nullptr; });
+  changes.emplace_back("take itself out", [] { VerboseCatcher::theCatcher = nullptr; });
+  changes.emplace_back("give way", [&] {
+    catcher = new Catcher;
+    VerboseCatcher::theCatcher = catcher;
+  });
+  const std::pair<const char*, Action> operations[] = {
+      {"insert", [&] { cache->insert(all['c'], false); }},
+      {"insert what is new", [&] { cache->insert(all.add<2, 2>('n', 3), false); }},
+      {"find no room", [&] { cache->insert(all.add('m', 1000), false); }},
+      {"touch", [&] { cache->touch(all['a']); }},
+      {"make room", [&] { adjust(); }},
+      {"purge", [&] { cache->purge(); }},
+  };
+  for (const auto& [operationName, operate] : operations)
+    for (const auto& [changeName, change] : changes)
+      for (const bool atTheEnd : {false, true}) {
+        if (atTheEnd && changeName == "throw")
+          continue;
+        SCOPED_TRACE(std::string(operationName) + " / " + changeName + std::to_string(atTheEnd));
+        fill();
+        catcher = new Catcher;
+        VerboseCatcher::theCatcher = catcher;
+        onCall = change;
+        if (atTheEnd) {
+          onCall = [&] { catcher = nullptr; };
+          onEnd = changeName == "use" || changeName == "insert" ? nullptr : change;
+        }
+        run(operate);
+        VerboseCatcher::theCatcher = catcher = nullptr;
+        EXPECT_EQ(alive, 0);
+      }
+}
+
+// A hook must not throw, so it keeps away from the queue that asks; but not from all others.
+TEST_F(HostileInCache, LastPointerHooksWorkInTheCache) {
+  struct Hooked : DataOf<0> {
+    using DataOf<0>::DataOf;
+    void unction() override { act(onCall); }
+  };
+  struct HookedMaker : MakerOf<0> {
+    void unction() override {
+      act(onEnd);
+      if (data)
+        data->leaveQueue();
+    }
+  };
+  MakerPtr maker;
+  StrongPtr<Cacheable> saved;
+  std::vector<std::pair<std::string, Action>> changes(std::begin(deeds) + 1, std::end(deeds));
+  changes.emplace_back("save", [&] { saved = maker ? maker->data : nullptr; });
+  const std::pair<const char*, Action> operations[] = {
+      {"drop the data", [&] { maker->data = nullptr; }},
+      {"drop the maker", [&] { maker = nullptr; }},
+      {"purge", [&] { cache->purge(); }},
+      {"forget", [&] { cache->forget(typeid(Hooked)); }},
+      {"destroy", [&] { cache = nullptr; }},
+      {"zombie",
+       [&] {
+         cache->insert_zombie(maker->data);
+         maker->data = nullptr;
+         cache->purge_Hades();
+       }},
+  };
+  for (const auto& [operationName, operate] : operations)
+    for (const auto& [changeName, change] : changes) {
+      SCOPED_TRACE(std::string(operationName) + " / " + changeName);
+      fill();
+      maker = made(new HookedMaker, new Hooked(2));
+      EXPECT_TRUE(cache->insert(maker->data, false));
+      onCall = onEnd = change;
+      run(operate);
+      maker = nullptr;
+      saved = nullptr;
+    }
+}
+
+// Breakpoints are for the whole process, and decided upon once: this one runs itself again.
+TEST_F(HostileInCache, CallbacksOfBreakpointsDoTheirWorst) {
+  const char* const variable = "TOLVANE_ENABLE_BREAKPOINTS";
+  if (!std::getenv(variable)) {
+    const auto* test = testing::UnitTest::GetInstance()->current_test_info();
+    const std::filesystem::path probe = probePath();
+    const std::string self =
+        (probe.parent_path() / ("tolvane-hostile" + probe.extension().string())).string();
+    const ProbeResult run =
+        runProbe({std::string("--gtest_filter=") + test->test_suite_name() + '.' + test->name()},
+                 {.environment = {{variable, "1"}}, .program = self});
+    EXPECT_EQ(run.exitCode, 0) << run.out << run.err;
+    EXPECT_NE(run.out.find("[  PASSED  ] 1 test"), std::string::npos) << run.out;
+    return;
+  }
+  struct Callback : AssertionCallback {
+    Callback() { ++alive; }
+    ~Callback() override {
+      --alive;
+      act(onEnd);
+    }
+    bool assertion(const std::string&, const StackFrames&) override { return act(onCall), false; }
+  };
+  std::vector<std::pair<std::string, Action>> changes(std::begin(deeds), std::end(deeds));
+  changes.emplace_back("destroy itself", [] { AssertionCallback::registerCallback(nullptr); });
+  changes.emplace_back("give way",
+                       [] { AssertionCallback::registerCallback(std::make_shared<Callback>()); });
+  changes.emplace_back("again", [] { breakpoint("nested"); });
+  const std::pair<const char*, Action> operations[] = {
+      {"breakpoint", [] { breakpoint("text"); }},
+      {"null pointer", [] { StrongPtr<Cacheable>()->memsize(); }},
+      {"make room",
+       [&] { // asks for a creator that is gone, while the queue is held
+         const StrongPtr<Cacheable> orphan = all['a'].lock();
+         all.drop('a');
+         const std::shared_ptr<void> last(nullptr, [&](void*) { orphan->leaveQueue(); });
+         adjust();
+       }},
+  };
+  for (const auto& [operationName, operate] : operations)
+    for (const auto& [changeName, change] : changes) {
+      SCOPED_TRACE(std::string(operationName) + " / " + changeName);
+      fill();
+      AssertionCallback::registerCallback(std::make_shared<Callback>());
+      onCall = change;
+      onEnd = [] { breakpoint("at the end"); };
+      run(operate);
+      AssertionCallback::registerCallback(nullptr);
+      EXPECT_EQ(alive, 0);
+    }
+}

@@ -1,13 +1,21 @@
 #pragma once
 
 /// @file
-/// What the hostile tests share: things to be done inside of what is called and destroyed, and
-/// types in plenty.
+/// What the hostile tests share: things that are done inside of what is called and destroyed, types
+/// in plenty, and a run of all of them.
+
+#include "LongRun.hpp"
+
+#include <tolvane/Exception.hpp>
 
 #include <functional>
+#include <gtest/gtest.h>
 #include <memory>
+#include <stdexcept>
+#include <string>
 #include <typeinfo>
 #include <utility>
+#include <vector>
 
 namespace hostile {
 
@@ -27,6 +35,58 @@ inline void act(const Action& wish) {
     action();
   }
 }
+
+/// Counts itself, and does the worst at its end.
+template <class Base>
+struct Mortal : Base {
+  template <class... Arguments>
+  explicit Mortal(Arguments... arguments) : Base(arguments...) {
+    ++alive;
+  }
+  ~Mortal() override {
+    --alive;
+    act(onEnd);
+  }
+};
+
+struct Deed {
+  std::string name;
+  Action run;
+  bool throws = false; ///< Perhaps, so that no destructor may do it.
+};
+
+inline Deed throwing() {
+  return {"throw", [] { throw std::runtime_error("from inside"); }, true};
+}
+
+struct Hostile : testing::Test {
+  /// Does every deed in every operation: in calls, and where it does not throw in destructors. Each
+  /// time it fills anew, checks what is left, and expects that in the end nothing is.
+  static void doTheWorst(const std::vector<Deed>& operations, const std::vector<Deed>& deeds,
+                         const Action& fill, const Action& check) {
+    for (const Deed& operation : operations)
+      for (const Deed& deed : deeds)
+        for (const bool atTheEnd : {false, true}) {
+          if (atTheEnd && deed.throws)
+            continue;
+          SCOPED_TRACE(operation.name + " / " + deed.name + (atTheEnd ? " at the end" : ""));
+          fill();
+          left = 5;
+          (atTheEnd ? onEnd : onCall) = deed.run;
+          try {
+            operation.run();
+          } catch (const std::runtime_error&) {
+            EXPECT_TRUE(deed.throws || operation.throws);
+          } catch (const Tolvane::NullPtrException&) {
+            EXPECT_TRUE(deed.throws || operation.throws);
+          }
+          onCall = onEnd = nullptr;
+          check();
+          EXPECT_TRUE(depth == 0 && alive == 0);
+        }
+  }
+  const testsupport::Watchdog watchdog;
+};
 
 constexpr std::size_t keyCount = 40;
 template <int>

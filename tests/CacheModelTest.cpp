@@ -1,7 +1,7 @@
 // Random operations on a cache, and the same on a plain model made of lists. After each of them the
 // order of every queue, all sums and counts, and who is alive must agree.
 //
-// TOLVANE_TEST_SEED=N begins with the seed N, TOLVANE_TEST_ROUNDS=N makes the runs N times as long.
+// TOLVANE_TEST_SEED=N begins with the seed N, TOLVANE_TEST_SECONDS=N makes each run N seconds long.
 
 #include "support/CacheFixtures.hpp"
 
@@ -400,6 +400,7 @@ TEST_P(CacheModel, AgreesAfterEveryOperation) {
   };
   const auto chance = [&](int perMille) { return pick(1000) < perMille; };
 
+  LongRun run(1);
   const Reports reports;
   Model model;
   Library library;
@@ -455,8 +456,7 @@ TEST_P(CacheModel, AgreesAfterEveryOperation) {
 
   testing::internal::CaptureStdout();
   renew();
-  const auto count = numberFrom("TOLVANE_TEST_ROUNDS", 1) * operationCount;
-  for (unsigned long long i = 0; i < count && failure.empty(); ++i) {
+  for (int i = 0; failure.empty() && run.goesOn(i, operationCount); ++i) {
     id = pick(itemCount);
     creator = pick(creatorCount);
     domain = pick(domainCount);

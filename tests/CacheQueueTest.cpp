@@ -253,19 +253,6 @@ TEST(CacheQueue, AnEntryWithoutACreatorIsMisuse) {
   }
 }
 
-TEST(CacheQueue, WhatACreatorThrowsPasses) {
-  Population all;
-  Side side(all, "a2b2", 0);
-  for (const char name : {'a', 'b'})
-    all.maker(name).onRelease = []() -> int { throw std::runtime_error("no"); };
-  EXPECT_THROW(side.adjust(1), std::runtime_error);
-  EXPECT_THROW(side.queue.purge(), std::runtime_error);
-  expectWhole(side.queue, "ba");
-  all.maker('a').onRelease = nullptr;
-  EXPECT_THROW(side.adjust(1), std::runtime_error);
-  expectWhole(side.queue, "b");
-}
-
 TEST(CacheQueue, ADyingQueueReportsAndGoesOn) {
   const StrongPtr<Cacheable> orphan = new Data(1, "o"), another = new Data(1, "p");
   Population all;

@@ -1,6 +1,8 @@
 #include <tolvane/Ageable.hpp>
 #include <tolvane/Attributes.hpp>
 
+#include <utility>
+
 namespace Tolvane {
 
 Attributes::Iterator::~Iterator() = default;
@@ -17,7 +19,10 @@ Attributes& Attributes::operator=(const Attributes& other) {
   return *this;
 }
 
-Attributes::~Attributes() = default;
+Attributes::~Attributes() {
+  // Released outside of the set, which their destructors may ask.
+  const auto released = std::exchange(entries_, {});
+}
 
 void Attributes::setAttribute(const std::string& name, const StrongPtr<ChunkBase>& value) {
   StrongPtr<ChunkBase> former = value;
@@ -35,11 +40,13 @@ bool Attributes::hasAttribute(const std::string& name) const {
 
 int Attributes::iterate(Iterator& iterator) const {
   int visited = 0;
-  for (auto& [name, value] : entries_) {
-    if (!iterator.visitAttribute(name, value)) {
+  // From name to name: the visitor may replace the whole set.
+  for (auto entry = entries_.begin(); entry != entries_.end(); ++visited) {
+    const std::string name = entry->first;
+    if (!iterator.visitAttribute(name, entry->second)) {
       break;
     }
-    ++visited;
+    entry = entries_.upper_bound(name);
   }
   return visited;
 }

@@ -85,6 +85,9 @@ bool Cache::handleOutOfMemory(const StrongPtr<Cacheable>& object,
 
 bool Cache::insert(const WeakPtr<Cacheable>& object, bool asOldest) {
   StrongPtr<CacheBase> alive; // from the moment on in which something may let go of the cache
+  if (detail::verboseThreshold.load(std::memory_order_relaxed) >= 100) {
+    alive = StrongPtr<CacheBase>::holdIfHeld(self()); // a catcher may
+  }
   Applicant applicant;
   if (!applicant.hold(object)) {
     return false;
@@ -148,6 +151,7 @@ void Cache::insert_zombie(const WeakPtr<Cacheable>& object) {
 }
 
 void Cache::purge_Hades() {
+  const auto alive = StrongPtr<CacheBase>::holdIfHeld(self());
   objects_.purge_Hades();
 }
 

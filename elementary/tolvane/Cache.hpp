@@ -33,10 +33,12 @@ class Creature;
 /// limit first releases old objects of the same domain, then of the others. Data that can never be
 /// released, because its creator said so, does not count against the limit.
 ///
-/// Thread safety: any thread may call any operation. A cache that is held by a strong pointer may
-/// be let go of while another thread, or the release of a creator, is in insert(), touch(),
-/// adjust(), purge() or forget(); one on the stack is destroyed by its owner after everybody is
-/// done.
+/// Thread safety: any thread may call any operation of a cache that somebody holds meanwhile: a
+/// thread that has no strong pointer of its own takes one first, as in
+/// `if (const auto cache = weak.lock()) cache->insert(...)`. What runs inside a call, the release
+/// of a creator, the destructor of data or a catcher of messages, may let go of the last one in
+/// insert(), touch(), adjust(), purge(), purge_Hades() and forget(). A cache on the stack is destroyed by its owner
+/// after everybody is done.
 class TOLVANE_API Cache : public CacheBase {
 public:
   /// What a creator gets whose object found no room.

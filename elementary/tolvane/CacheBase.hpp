@@ -34,7 +34,8 @@ public:
   /// The most bytes that the releasable data may take.
   virtual memsize_t limit() const = 0;
 
-  /// Called by a creator whose `object` found no room. Returns whether to try again. False here.
+  /// Called by a creator whose `object` found no room. Returns whether to try again, which the
+  /// creator then does for as long as the answer is true. False here.
   virtual bool handleOutOfMemory(const StrongPtr<Cacheable>& object,
                                  const WeakPtr<Creature>& creator);
 

@@ -36,7 +36,12 @@ CacheMap::CacheMap(std::shared_ptr<detail::CacheTotals> totals)
 CacheMap::~CacheMap() = default;
 
 CacheMultiQueue& CacheMap::obtain(const std::type_info& domainType) {
-  return domains_->obtain(domainType, [this] { return CacheMultiQueue(totals_); });
+  CacheMultiQueue& queues =
+      domains_->obtain(domainType, [this] { return CacheMultiQueue(totals_); });
+  if (closed()) {
+    queues.close(); // it came after close()
+  }
+  return queues;
 }
 
 bool CacheMap::insert(const WeakPtr<Cacheable>& object, bool asOldest) {
@@ -177,7 +182,7 @@ memsize_t CacheMap::forget(const std::type_info& domainType) {
 }
 
 memsize_t CacheMap::close() {
-  closed_ = true;
+  domains_->beforeLaterOnes([this] { closed_ = true; });
   /// Closes what is left when a purge throws.
   struct Closing {
     ~Closing() {

@@ -89,8 +89,10 @@ void CacheMultiQueue::insert_zombie(const WeakPtr<Cacheable>& object) {
     return;
   }
   const std::lock_guard lock(mutex_);
-  hades_.push_front(std::move(zombie));
-  totals_->zombies.fetch_add(1);
+  if (!closed()) {
+    hades_.push_front(std::move(zombie));
+    totals_->zombies.fetch_add(1);
+  }
 }
 
 void CacheMultiQueue::purge_Hades() {

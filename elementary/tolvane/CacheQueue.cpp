@@ -93,8 +93,9 @@ CacheQueue::Lock::Lock(CacheQueue& queue, bool mayWait)
                             "CacheQueue: a queue that asks for a release cannot take an object in "
                             "on the same thread");
   }
-  owns_ = queue.queueMutex_.try_lock();
-  if (!owns_ && (mayWait || outer_ == nullptr)) {
+  if (!mayWait && outer_ != nullptr) {
+    owns_ = queue.queueMutex_.try_lock();
+  } else {
     if (!queue.queueMutex_.lockWithin(PatienceForQueue)) {
       TOLVANE_IRREGULARITY("a queue of the cache has been held for ten seconds")
           << ". If a release request waits for this thread, both wait for ever.";

@@ -36,6 +36,10 @@ struct CacheTotals;
 ///   for the queue reports it once, as an irregularity, after ten seconds;
 /// - finds a queue that another thread holds busy, which counts as "no room": waiting for it could
 ///   be a wait for each other.
+///
+/// The destructors of data run inside of such releases, and in a queue that looks at an object when
+/// its last pointer goes elsewhere. The same holds for them, and an exception ends the process: a
+/// destructor neither inserts nor uses other data of its own domain.
 class TOLVANE_API CacheQueue : public Cacheable {
 public:
   /// Visits the entries of a queue.

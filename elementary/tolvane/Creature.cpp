@@ -64,7 +64,9 @@ void Creature::setCacheManager(const WeakPtr<Cache, CacheBase>& cache) {
 }
 
 void Creature::enableCaching(bool asOldest) const {
-  if (self().strongCount() < 1) {
+  // Until the end: whoever is asked to make room may let go of this creature.
+  const detail::Held<Creature> alive(self());
+  if (!alive.owned()) {
     throwWithoutHolder();
   }
   const StrongPtr<Cacheable> data = getCacheable();
@@ -85,7 +87,8 @@ bool Creature::handOver(const StrongPtr<Cacheable>& data, bool asOldest) const {
   if (!cache) {
     return false;
   }
-  if (self().strongCount() < 1) {
+  const detail::Held<Creature> alive(self());
+  if (!alive.owned()) {
     throwWithoutHolder();
   }
   return offer(*cache, data, asOldest);

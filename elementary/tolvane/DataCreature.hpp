@@ -87,6 +87,7 @@ public:
   /// destructor asks for this very data, and the text (`const char*`) of enableCaching() when there
   /// is a cache and no strong pointer holds the creature.
   Pointer data() {
+    StrongPtr<Creature> alive; // while create() may let go of this creature
     std::unique_lock lock(mutex_);
     for (;;) {
       Pointer present = held();
@@ -106,6 +107,7 @@ public:
       }
       workDone_.wait(lock);
     }
+    alive = StrongPtr<Creature>::holdIfHeld(self());
     const Working working(*this, lock, Work::Making);
     lock.unlock();
     Pointer made = create();

@@ -107,6 +107,13 @@ public:
     return domain != nullptr && domain->open_.exchange(false) ? &domain->value : nullptr;
   }
 
+  /// Calls `call()` before any later domain is made.
+  template <class Call>
+  void beforeLaterOnes(Call call) {
+    const std::lock_guard lock(mutex_);
+    call();
+  }
+
 private:
   /// Open addressing; never more than half full.
   struct Table {

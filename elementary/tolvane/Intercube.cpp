@@ -2,6 +2,7 @@
 #include <tolvane/Typename.hpp>
 
 #include <cstdio>
+#include <stdexcept>
 #include <unordered_map>
 #include <utility>
 #include <vector>
@@ -12,6 +13,8 @@ struct Intercube::Slots {
   std::unordered_map<TypeInfo, StrongPtr<InterfaceBase>> map;
   /// Whether the default createInterface() was reached, which changes no slot.
   bool nothingMade = false;
+  /// Whether the object is no more, where a walk keeps its set.
+  bool orphaned = false;
 
   /// The types as they stand: what is called during a walk may change the map under it.
   std::vector<TypeInfo> keys() const {
@@ -22,17 +25,24 @@ struct Intercube::Slots {
     }
     return keys;
   }
+
+  StrongPtr<InterfaceBase>* find(const std::type_info& type) {
+    const auto found = map.find(type);
+    return found != map.end() ? &found->second : nullptr;
+  }
 };
 
 IntercubeIterator::~IntercubeIterator() = default;
 
-Intercube::Intercube() : slots_(std::make_unique<Slots>()) {}
+Intercube::Intercube() : slots_(std::make_shared<Slots>()) {}
 
 Intercube::~Intercube() {
   // Released interfaces may ask the object, which then has no set any more. A slot that is
   // registered meanwhile makes a new one.
   while (slots_ != nullptr) {
-    const std::unique_ptr<Slots> last = std::move(slots_);
+    const std::shared_ptr<Slots> last = std::move(slots_);
+    last->orphaned = true;
+    const auto released = std::exchange(last->map, {});
   }
 }
 
@@ -49,20 +59,28 @@ void Intercube::addInterface(const StrongPtr<InterfaceBase>& ip) const {
   }
   // The old occupant is released last, when the set is whole again: its destructor may change it.
   StrongPtr<InterfaceBase> occupant = ip;
+  const std::shared_ptr<Slots> slots = slots_;
   const TypeInfo key = occupant->interfaceType();
-  if (slots_ != nullptr) {
-    slots_->map[key].swap(occupant);
+  if (slots != nullptr && !slots->orphaned) {
+    slots->map[key].swap(occupant);
   }
 }
 
 StrongPtr<InterfaceBase>& Intercube::registerInterface(const std::type_info& type) {
   if (StrongPtr<InterfaceBase>* slot = findSlot(type)) {
-    // Emptied by a swap, with the release outside the set; it may even take the slot away.
-    StrongPtr<InterfaceBase> released;
-    released.swap(*slot);
+    const std::shared_ptr<Slots> slots = slots_;
+    {
+      // Emptied by a swap, with the release outside the set; it may even take the slot away.
+      StrongPtr<InterfaceBase> released;
+      released.swap(*slot);
+    }
+    if (slots->orphaned) {
+      throw std::logic_error("Intercube: the end of an interface destroyed the object that is to "
+                             "have a slot for another");
+    }
   }
   if (slots_ == nullptr) {
-    slots_ = std::make_unique<Slots>();
+    slots_ = std::make_shared<Slots>();
   }
   StrongPtr<InterfaceBase>& slot = slots_->map[type];
   return slot;
@@ -74,17 +92,18 @@ StrongPtr<InterfaceBase> Intercube::getInterface(const std::type_info& type) {
   } else if (*slot) {
     return *slot;
   }
-  slots_->nothingMade = false;
+  const std::shared_ptr<Slots> slots = slots_;
+  slots->nothingMade = false;
   StrongPtr<InterfaceBase> made = createInterface(type);
-  if (slots_ == nullptr || (!made && slots_->nothingMade)) {
+  if (slots->orphaned || (!made && slots->nothingMade)) {
     return nullptr;
   }
   // The slot is looked up again, and made again if it has to be: createInterface() may have changed
   // the set. The occupant is released when it is out of it.
   StrongPtr<InterfaceBase> occupant = made;
   if (made) {
-    slots_->map[type].swap(occupant);
-  } else if (StrongPtr<InterfaceBase>* slot = findSlot(type)) {
+    slots->map[type].swap(occupant);
+  } else if (StrongPtr<InterfaceBase>* slot = slots->find(type)) {
     slot->swap(occupant);
   }
   return made;
@@ -125,9 +144,9 @@ bool Intercube::const_iterateInterfaces(
 
 int Intercube::iterateInterfaces(IntercubeIterator& iterator) const {
   int visited = 0;
-  if (slots_ != nullptr) {
-    for (const TypeInfo key : slots_->keys()) {
-      if (StrongPtr<InterfaceBase>* slot = findSlot(key.get())) {
+  if (const std::shared_ptr<Slots> slots = slots_) {
+    for (const TypeInfo key : slots->keys()) {
+      if (StrongPtr<InterfaceBase>* slot = slots->find(key.get())) {
         if (!iterator.visit(key, *slot)) {
           break;
         }
@@ -161,20 +180,17 @@ void Intercube::printInterfaces() const {
 }
 
 StrongPtr<InterfaceBase>* Intercube::findSlot(const std::type_info& type) const {
-  if (slots_ == nullptr) {
-    return nullptr;
-  }
-  const auto found = slots_->map.find(type);
-  return found != slots_->map.end() ? &found->second : nullptr;
+  return slots_ != nullptr ? slots_->find(type) : nullptr;
 }
 
 template <class Call>
 void Intercube::forEachLive(Call call) const {
-  if (slots_ == nullptr) {
+  const std::shared_ptr<Slots> slots = slots_; // A call may destroy this object.
+  if (slots == nullptr) {
     return;
   }
-  for (const TypeInfo key : slots_->keys()) {
-    const StrongPtr<InterfaceBase>* slot = findSlot(key.get());
+  for (const TypeInfo key : slots->keys()) {
+    const StrongPtr<InterfaceBase>* slot = slots->find(key.get());
     if (slot == nullptr || !*slot) {
       continue;
     }

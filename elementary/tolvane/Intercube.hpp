@@ -49,14 +49,17 @@ public:
 /// Slots are walked in the order of a hash table of the types' hash codes. Code that is called in
 /// between (an interface that is released, apply(), visit(), createInterface()) may add and remove
 /// interfaces: a walk goes over the slots that were there when it began, as far as they still are.
-/// An Intercube that is being destroyed reads as empty and takes no interface.
+/// An Intercube that is being destroyed reads as empty and takes no interface. A walk in which it is
+/// destroyed ends there, and getInterface() then gives nothing.
 ///
 /// The key of a slot refers to the type: a module takes its interfaces out before it is unloaded.
 ///
 /// An Intercube is neither copied nor moved: its interfaces belong to the one object.
 ///
 /// Thread safety: none; users of one Intercube serialise. That holds for the const operations as
-/// well, of which addInterface() changes the set.
+/// well, of which addInterface() changes the set. Threads that only look, by findInterface(),
+/// hasInterface() and const_iterateInterfaces() of interfaces that change nothing, may do so
+/// together.
 class TOLVANE_API Intercube {
 public:
   /// No interfaces. @throws std::bad_alloc when there is no memory for the set.
@@ -77,7 +80,8 @@ public:
 
   /// Makes sure that there is a slot for `type`, and empties it; what the destructor of the old
   /// occupant puts there stays. The reference is good until the slot is removed. @throws
-  /// std::bad_alloc when there is no memory for the slot.
+  /// std::bad_alloc when there is no memory for the slot, and std::logic_error when that destructor
+  /// destroyed this object.
   StrongPtr<InterfaceBase>& registerInterface(const std::type_info& type);
 
   /// The interface filed under `type`, made by createInterface() where the slot is empty. Empty
@@ -165,7 +169,7 @@ private:
   template <class Call>
   void forEachLive(Call call) const;
 
-  std::unique_ptr<Slots> slots_;
+  std::shared_ptr<Slots> slots_;
 };
 
 } // namespace Tolvane

@@ -135,21 +135,24 @@ bool LoaderRegistryBase::domain_load(const StrongPtr<LoaderParameters>& paramete
   /// handed over at the end, also when that is an exception.
   struct Account {
     ~Account() {
+      if (!owner) {
+        return; // A loader destroyed the parameters by hand.
+      }
       if (!attempts.empty() && attempts.back().outcome == Attempt::Outcome::Threw) {
         keepReason();
       }
-      owner.attempts_ = std::move(attempts);
+      owner->attempts_ = std::move(attempts);
     }
     void keepReason() noexcept {
       try {
-        if (owner.statusSet_) {
-          attempts.back().reason = owner.statusText_;
+        if (owner->statusSet_) {
+          attempts.back().reason = owner->statusText_;
         }
       } catch (const std::bad_alloc&) {
         // What came of the load says more, and so does the exception that is on its way.
       }
     }
-    LoaderParameters& owner;
+    const StrongPtr<LoaderParameters>& owner;
     std::vector<Attempt> attempts;
   };
 
@@ -158,7 +161,7 @@ bool LoaderRegistryBase::domain_load(const StrongPtr<LoaderParameters>& paramete
   const auto count = static_cast<int>(from.loaders.size());
   const StrongPtr<LoaderParameters> held = parameters;
   const auto progress = held->findInterface<LoaderProgress>();
-  Account account{*held, {}};
+  Account account{held, {}};
   account.attempts.reserve(order->size());
   held->setStatusText("No loader available. ");
   int index = 0;

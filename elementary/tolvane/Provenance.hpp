@@ -25,8 +25,7 @@ namespace Tolvane {
 /// same, by hand, counts as none. Chains may be millions of records long: they are read in linear
 /// time and released without a deep stack.
 ///
-/// Thread safety: records are read and released by any number of threads at a time; setName() needs
-/// the record to itself.
+/// Thread safety: any thread may call any operation.
 class TOLVANE_API Provenance : public ReferenceBase<Provenance> {
 public:
   /// A record below `parent`; a root when that is empty.
@@ -36,10 +35,10 @@ public:
   /// when the destructor that began it all is done.
   ~Provenance() override;
 
-  /// The name of the step.
-  const std::string& name() const noexcept { return name_; }
-  /// Renames the step. @throws std::bad_alloc when there is no memory for the name.
-  void setName(const std::string& name) { name_ = name; }
+  /// The name of the step. @throws std::bad_alloc when there is no memory for it.
+  std::string name() const;
+  /// Renames the step.
+  void setName(std::string name);
 
   /// The record before this one; empty for a root.
   const StrongPtr<Provenance>& parent() const noexcept { return parent_; }
@@ -59,6 +58,8 @@ public:
   std::string getRoot() const;
 
 private:
+  std::string path(char separator, bool withRoot) const;
+
   std::string name_;
   StrongPtr<Provenance> parent_;
 };

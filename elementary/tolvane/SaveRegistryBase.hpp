@@ -36,7 +36,10 @@ namespace Tolvane {
 /// the very end of the process.
 ///
 /// Thread safety: the registry is not locked. Registration and removal belong to the loading and
-/// unloading of modules, while no other thread uses the registry.
+/// unloading of modules, while no other thread uses the registry. Several threads may look up what
+/// is registered; a first question about a type that makes an entry, as SaveMethods(),
+/// getInterfaceCreator() and traverseCreators() do, counts as a registration; so does one about a
+/// local type that left with its last entry.
 class TOLVANE_API SaveRegistryBase {
 public:
   /// The creators of one type of object, by type of interface.

@@ -1,15 +1,54 @@
-// Creators that do in their release what no reasonable creator does. Nothing of it may hang, crash,
-// break a ring, or leave a queue locked.
+// Creators, data objects and caches that do in their operations what no reasonable one does.
+// Nothing of it may hang, crash, break a ring, or leave a queue locked.
 
 #include "support/CacheFixtures.hpp"
+#include "support/Hostile.hpp"
+
+#include <tolvane/DataCreature.hpp>
 
 #include <future>
 #include <stdexcept>
 #include <system_error>
 
 using namespace cachetest;
+using hostile::Action;
 
 namespace {
+
+// Where something is done, and what.
+std::string place;
+Action deed;
+void at(const char* name) {
+  if (place == name)
+    hostile::act(deed);
+}
+
+struct WorstData : Data {
+  using Data::Data;
+  memsize_t memsize() const override { return at("memsize"), Data::memsize(); }
+  const std::type_info& DomainType() const override { return at("DomainType"), typeid(WorstData); }
+  const std::type_info& CreatorType() const override {
+    return at("CreatorType"), Data::CreatorType();
+  }
+};
+struct WorstMaker : Maker {
+  using Maker::Maker;
+  int release() override { return at("release"), Maker::release(); }
+  StrongPtr<Cacheable> getCacheable() const override {
+    const StrongPtr<Cacheable> held = data; // which goes with the creator
+    return at("getCacheable"), held;
+  }
+  bool isReproducible() const override { return at("isReproducible"), true; }
+  std::string hasProducer() const override { return at("hasProducer"), ""; }
+};
+struct WorstCache : Cache {
+  using Cache::Cache;
+  memsize_t limit() const override { return at("limit"), Cache::limit(); }
+  memsize_t totalCost(bool all) const override { return at("totalCost"), Cache::totalCost(all); }
+  bool handleOutOfMemory(const StrongPtr<Cacheable>&, const WeakPtr<Creature>&) override {
+    return at("handleOutOfMemory"), false;
+  }
+};
 
 const std::string firstDomain = "abcd", secondDomain = "pqrs";
 
@@ -35,24 +74,10 @@ protected:
     return cache->adjust(typeid(MakerOf<0>), typeid(DataOf<0>), cost);
   }
 
-  // The sums are right, and another thread finds no queue locked.
-  void expectWhole() {
-    memsize_t sum = 0;
-    std::uint32_t entries = 0;
-    for (const char name : all.alive())
-      if (all[name]->NumberOfListEntries() > 0) {
-        sum += all[name]->memsize();
-        ++entries;
-      }
-    EXPECT_EQ(cache->totalCost(true), sum);
-    EXPECT_EQ(cache->nEntries(), entries);
-    std::async(std::launch::async, [this] {
-      for (const char name : all.alive())
-        all[name]->markAsUsed();
-    }).get();
+  void expectWhole(const std::vector<MakerPtr>& others = {}) {
+    cachetest::expectWhole(*cache, all, others);
   }
 
-  template <class Action>
   void expectDeadlockError(const Action& action) {
     try {
       action();
@@ -258,36 +283,6 @@ TEST_F(HostileCreator, PushesIntoTheQueueThatAsks) {
   EXPECT_EQ(reports.count(), 0);
 }
 
-TEST_F(HostileCreator, ThrowsOutOfEveryRoad) {
-  all.maker('a').onRelease = []() -> int { throw std::runtime_error("no"); };
-  EXPECT_THROW(adjust(), std::runtime_error);
-  for (const auto& object : {all.add<0>('x', 10), all.add<5>('y', 10), all.add<5, 5>('z', 10)})
-    EXPECT_THROW(cache->insert(object, false), std::runtime_error);
-  expectWhole();
-  EXPECT_THROW(cache->purge(), std::runtime_error);
-  EXPECT_EQ(all.alive(), "apqrsxyz");
-  expectWhole();
-  const Reports reports;
-  cache = nullptr;
-  EXPECT_EQ(reports.count(), 1);
-  EXPECT_EQ(all.alive(), "axyz");
-}
-
-TEST_F(HostileCreator, SizesThrowAndPush) {
-  const auto throws = [] { throw std::runtime_error("no size"); };
-  all.data('d').onMemsize = throws;
-  EXPECT_THROW(cache->insert(all['d'], false), std::runtime_error);
-  EXPECT_TRUE(cache->touch(all['d'])); // within its queue an object is not asked for its size
-  all.data('d').onMemsize = nullptr;
-  all.data('a').onMemsize = throws;
-  EXPECT_THROW(adjust(), std::runtime_error);
-  all.data('a').onMemsize = [&] { cache->touch(all['b']); };
-  expectDeadlockError([&] { cache->insert(all['a'], false); });
-  all.data('a').onMemsize = nullptr;
-  EXPECT_EQ(order(*cache), "bdca||");
-  expectWhole();
-}
-
 // The sums are what the sizes said at each step, and the walks end all the same.
 TEST_F(HostileCreator, SizesChangeWithEveryLook) {
   const memsize_t sizes[] = {0, memsize_t{1} << 63, 3, largest, 17};
@@ -310,43 +305,6 @@ TEST_F(HostileCreator, SizesChangeWithEveryLook) {
     all.drop(name);
   EXPECT_EQ(order(*cache), "||");
   EXPECT_EQ(cache->nEntries(), all.alive().size());
-}
-
-TEST_F(HostileCreator, ComesBackInThroughEveryDoor) {
-  const std::type_info &maker = typeid(MakerOf<0>), &second = typeid(DataOf<1>);
-  const std::pair<const char*, std::function<void()>> doors[] = {
-      {"purge", [&] { cache->purge(); }},
-      {"adjust", [&] { EXPECT_TRUE(adjust()) << "the other domain has room"; }},
-      {"adjust another domain", [&] { EXPECT_TRUE(cache->adjust(maker, second, 10)); }},
-      {"listing", [&] { EXPECT_NE(printed([&] { cache->list_info(); }), ""); }},
-      {"zombies",
-       [&] {
-         cache->insert_zombie(all['b']);
-         all.drop('b');
-         cache->purge_Hades();
-         EXPECT_FALSE(all['b']);
-       }},
-      {"another cache",
-       [&] {
-         const CachePtr other = new Cache(10, "other");
-         EXPECT_TRUE(other->insert(all.add<0>('x', 5), false));
-         EXPECT_TRUE(other->insert(all.add<0>('y', 6), false));
-         EXPECT_FALSE(all['x']);
-       }},
-  };
-  for (const auto& [name, door] : doors) {
-    SCOPED_TRACE(name);
-    fill();
-    all.maker('a').onRelease = [depth = 0, action = door]() mutable {
-      if (depth++ == 0)
-        action();
-      --depth;
-      return 1;
-    };
-    EXPECT_TRUE(adjust());
-    expectWhole();
-    all.calm();
-  }
 }
 
 // A creator has no strong pointer any more while it is destroyed, and its data are still there.
@@ -401,4 +359,184 @@ TEST_F(HostileCreator, InsertsCrosswise) {
   EXPECT_TRUE(other.get());
   EXPECT_EQ(order(*cache) + ' ' + order<1>(*cache), "dcb|| srq||");
   expectWhole();
+}
+
+// Each place throws, looks at everything, or works in another domain, in the middle of everything.
+TEST_F(HostileCreator, DoesItsWorstInEveryPlace) {
+  Messages messages; // so that what is only said to listeners is worked out
+  cache = new WorstCache(85, "cache");
+  const std::pair<const char*, Action> deeds[] = {
+      {"throw", [] { throw std::runtime_error("from inside"); }},
+      {"look",
+       [&] {
+         cache->statistics();
+         cache->list_info();
+         cache->nEntries();
+         order<1>(*cache);
+       }},
+      {"work elsewhere",
+       [&] {
+         cache->insert(all['p'], false);
+         cache->touch(all['q']);
+         cache->insert_zombie(all['r']);
+         cache->adjust(typeid(MakerOf<0>), typeid(DataOf<1>), 50);
+         const CachePtr other = new Cache(10, "other");
+         EXPECT_TRUE(other->insert(all['s'], false) || !all['s']);
+         cache->purge();
+       }},
+  };
+  const char* const places[] = {"memsize",      "DomainType",       "CreatorType", "release",
+                                "getCacheable", "isReproducible",   "hasProducer", "limit",
+                                "totalCost",    "handleOutOfMemory"};
+  const std::type_info &maker = typeid(WorstMaker), &data = typeid(WorstData);
+  std::vector<MakerPtr> makers;
+  const auto add = [&](memsize_t size, int answer) {
+    makers.push_back(made(new WorstMaker(cache), new WorstData(size)));
+    makers.back()->answer = answer;
+  };
+  const Action operations[] = {
+      [&] { cache->insert(makers[0]->data, true); },
+      [&] { cache->touch(makers[1]->data); },
+      [&] { makers[1]->data->markAsUsed(); },
+      [&] { cache->list_info(); },
+      [&] { cache->statistics(); },
+      [&] { makers[3]->enableCaching(false); }, // evicts
+      [&] { cache->adjust(maker, data, 70); },
+      [&] { makers[4]->enableCaching(false); }, // finds no room
+      [&] { cache->purge(); },
+      [&] { cache->forget(data); },
+  };
+  for (const char* const where : places) {
+    int thrown = 0;
+    for (const auto& [name, what] : deeds) {
+      SCOPED_TRACE(std::string(where) + " / " + name);
+      makers.clear();
+      for (const char object : secondDomain)
+        EXPECT_TRUE(cache->insert(all.add<1>(object, 5, object == 'p' ? 1 : 2), false));
+      for (const int answer : {0, 1, 2})
+        add(20, answer);
+      for (const MakerPtr& each : makers)
+        EXPECT_TRUE(cache->insert(each->data, false));
+      add(30, 2);
+      add(1000, 2);
+      place = where;
+      deed = what;
+      hostile::left = 50;
+      printed([&] {
+        for (const Action& operation : operations)
+          try {
+            operation();
+          } catch (const std::runtime_error&) {
+            ++thrown;
+          } catch (const Cache::OutOfMemory&) {
+          }
+      });
+      place.clear();
+      expectWhole(makers);
+    }
+    EXPECT_GT(thrown, 0) << where << " was never come to";
+  }
+  makers.clear();
+  for (const char object : secondDomain)
+    all.drop(object);
+  EXPECT_EQ(cache->totalCost(true) + cache->nEntries(), 0u);
+}
+
+// What is being handed over, asked, or walked over lets go of the one who does it, or of the cache.
+TEST_F(HostileCreator, DestroysWhatIsJustAtWork) {
+  struct Suicide : DataCreature<Data> {
+    explicit Suicide(const WeakCachePtr& c) : DataCreature(c) {}
+    Pointer create() override { return at("create"), new Data(1); }
+  };
+  struct Visitor : CacheQueue::Iterator {
+    bool visit(Cacheable&) override { return at("visit"), true; }
+  } visitor;
+  CachePtr own;
+  MakerPtr maker;
+  StrongPtr<Suicide, Creature> suicide;
+  const auto enable = [&](bool fits) {
+    own = new WorstCache(fits ? 100 : 5, "own");
+    maker = made(new WorstMaker(own), new WorstData(fits ? 10 : 1000));
+    EXPECT_EQ(own->insert(maker->data, false), fits);
+    maker->enableCaching(false);
+  };
+  const auto walk = [&] {
+    enable(true);
+    const CacheMultiQueue* queues =
+        own->objects().creatorDomain(typeid(WorstMaker))->domain(typeid(WorstData));
+    queues->primary()->iterate(visitor);
+  };
+  const auto zombie = [&](bool byInsertion) {
+    enable(true);
+    auto* data = new WorstData(1);
+    data->onDeath = [] { at("onDeath"); };
+    own->insert_zombie(StrongPtr<Cacheable>(data));
+    byInsertion ? void(own->insert(maker->data, false)) : own->purge_Hades();
+  };
+  const Action dropMaker = [&] { maker = nullptr; }, dropCache = [&] { own = nullptr; },
+               throwing = [] { throw std::runtime_error("from inside"); };
+  const struct {
+    const char* where;
+    Action what, operation;
+  } cases[] = {
+      {"getCacheable", dropMaker, [&] { enable(true); }},
+      {"getCacheable", dropCache, [&] { enable(true); }},
+      {"handleOutOfMemory", dropMaker, [&] { enable(false); }},
+      {"handleOutOfMemory", dropCache, [&] { enable(false); }},
+      {"handleOutOfMemory", throwing, [&] { enable(false); }},
+      {"handleOutOfMemory", [&] { maker->enableCaching(false); }, [&] { enable(false); }},
+      {"create", [&] { suicide = nullptr; }, [&] { suicide->data(); }},
+      {"visit", dropCache, walk},
+      {"visit", dropMaker, walk},
+      {"visit", throwing, walk},
+      {"onDeath", dropCache, [&] { zombie(false); }},
+      {"onDeath", dropCache, [&] { zombie(true); }},
+  };
+  for (const auto& test : cases) {
+    SCOPED_TRACE(test.where);
+    suicide = new Suicide(cache);
+    int done = 0;
+    place = test.where;
+    hostile::left = 5;
+    deed = [&] {
+      ++done;
+      test.what();
+    };
+    try {
+      printed(test.operation);
+    } catch (const std::runtime_error&) {
+    } catch (const char* text) {
+      EXPECT_STREQ(text, "No Cache!");
+    }
+    place.clear();
+    EXPECT_GT(done, 0);
+    const WeakCachePtr watched = own;
+    maker = nullptr;
+    own = nullptr;
+    EXPECT_FALSE(watched) << "nothing holds it any more";
+  }
+  deed = nullptr;
+}
+
+// A size that changes behind the back of the library shifts the sum of its queue by exactly the
+// difference when it leaves.
+TEST_F(HostileCreator, SizeShift) {
+  const std::type_info &maker = typeid(MakerOf<0>), &data = typeid(DataOf<0>);
+  for (const memsize_t lie : {memsize_t{0}, memsize_t{7}, memsize_t{1} << 63, largest}) {
+    SCOPED_TRACE(lie);
+    cache = new Cache(100, "own");
+    EXPECT_TRUE(cache->insert(all.add('a', 5, 0), true));
+    all.data('a').size = lie;
+    EXPECT_TRUE(cache->touch(all['a']) && all['a']->markAsUsed());
+    EXPECT_EQ(cache->totalCost(false), 5u) << "within its queue nothing is counted anew";
+    EXPECT_TRUE(cache->adjust(maker, data, 96));
+    EXPECT_EQ(order(*cache), "||a");
+    EXPECT_EQ(cache->totalCost(false), 5 - lie);
+    EXPECT_EQ(cache->totalCost(true), 5u) << "kept with what it says now";
+    all.data('a').size = 3;
+    all.drop('a');
+    EXPECT_EQ(cache->totalCost(false), 5 - lie);
+    EXPECT_EQ(cache->totalCost(true), 2u);
+    EXPECT_EQ(cache->nEntries(), 0u);
+  }
 }

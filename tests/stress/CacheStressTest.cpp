@@ -1,7 +1,9 @@
-// Many threads in one or two caches, meant for the thread sanitizer. TOLVANE_TEST_ROUNDS=N makes
-// every run N times as long, TOLVANE_TEST_SEED=N changes what the threads do.
+// Many threads in one or two caches, meant for the thread sanitizer. TOLVANE_TEST_SECONDS=N makes
+// every run N seconds long, TOLVANE_TEST_SEED=N changes what the threads do.
 
 #include "support/CacheFixtures.hpp"
+
+#include <tolvane/DataCreature.hpp>
 
 #include <chrono>
 #include <random>
@@ -12,37 +14,12 @@ namespace {
 
 using DataPtr = StrongPtr<Cacheable>;
 
-constexpr int threadCount = 4;
-
-int rounds(int usual) {
-  return usual * static_cast<int>(numberFrom("TOLVANE_TEST_ROUNDS", 1));
-}
-
-// Runs `action(thread, random)` in so many threads that start together.
-template <class Action>
-void inThreads(int count, const Action& action) {
-  std::atomic<int> waiting{count};
-  std::vector<std::thread> threads;
-  for (int thread = 0; thread < count; ++thread)
-    threads.emplace_back([&, thread] {
-      std::mt19937 random(static_cast<unsigned>(numberFrom("TOLVANE_TEST_SEED", 1)) * 1000u +
-                          static_cast<unsigned>(thread));
-      for (--waiting; waiting > 0;)
-        std::this_thread::yield();
-      action(thread, random);
-    });
-  for (std::thread& thread : threads)
-    thread.join();
-}
-
 std::atomic<int> livingBlocks{0};
 
 // Data whose content tells whether they are whole.
-template <int Domain>
-class Block : public Growing {
-public:
-  explicit Block(memsize_t bytes) : Growing(bytes) { ++livingBlocks; }
-  ~Block() override {
+struct AnyBlock : Growing {
+  explicit AnyBlock(memsize_t bytes) : Growing(bytes) { ++livingBlocks; }
+  ~AnyBlock() override {
     content_ = 0;
     --livingBlocks;
   }
@@ -50,6 +27,10 @@ public:
 
 private:
   std::atomic<int> content_{4711};
+};
+template <int Domain>
+struct Block : AnyBlock {
+  using AnyBlock::AnyBlock;
 };
 
 // A creator as a host with threads writes it.
@@ -99,6 +80,8 @@ private:
   DataPtr data_;
 };
 
+using SharedMakerPtr = StrongPtr<SharedMaker, Creature>;
+
 template <int Domain, int Creator>
 class MakerOfBlocks : public SharedMaker {
   Cacheable* make(memsize_t size) override { return new Block<Domain>(size); }
@@ -121,48 +104,51 @@ public:
 private:
   Cacheable* make(memsize_t size) override { return new Block<Domain>(size); }
   Cache& cache_;
-  const StrongPtr<SharedMaker, Creature> other_;
+  const SharedMakerPtr other_;
   DataPtr otherData_;
 };
 
-bool whole(const Cacheable& data) {
-  const auto* first = dynamic_cast<const Block<0>*>(&data);
-  const auto* second = dynamic_cast<const Block<1>*>(&data);
-  return first ? first->whole() : second && second->whole();
-}
+// The short way to write one.
+template <template <class, class> class Hold>
+struct BlockCreature : DataCreature<Block<0>, Hold> {
+  explicit BlockCreature(const WeakCachePtr& cache) : DataCreature<Block<0>, Hold>(cache) {}
+  typename DataCreature<Block<0>, Hold>::Pointer create() override { return new Block<0>(100); }
+};
+using Strong = BlockCreature<StrongPtr>;
+using Weak = BlockCreature<WeakPtr>;
 
-using Makers = std::vector<StrongPtr<SharedMaker, Creature>>;
+using Makers = std::vector<SharedMakerPtr>;
 
-Makers makeMakers() {
-  Makers makers;
-  for (int i = 0; i < 8; ++i) {
-    makers.emplace_back(new MakerOfBlocks<0, 0>);
-    makers.emplace_back(new MakerOfBlocks<0, 1>);
-    makers.emplace_back(new MakerOfBlocks<1, 0>);
-    makers.emplace_back(new MakerOfBlocks<1, 1>);
-  }
-  return makers;
+template <int Domain, int Creator>
+void addMakers(Makers& makers) {
+  for (int i = 0; i < 8; ++i)
+    makers.emplace_back(new MakerOfBlocks<Domain, Creator>);
 }
 
 const std::type_info& blockType(int domain) {
   return domain ? typeid(Block<1>) : typeid(Block<0>);
 }
 
-struct Look : CacheQueue::Iterator {
-  bool visit(Cacheable& entry) override {
-    EXPECT_TRUE(whole(entry));
-    return true;
-  }
-};
-
+// Everything that only looks; what it sees is whole, and never more than there is.
 void look(const Cache& cache) {
-  Look visitor;
-  const StrongPtr<CacheMap> map = cache.objects().creatorDomain(typeid(MakerOfBlocks<1, 0>));
-  const CacheMultiQueue* queues = map ? map->domain(blockType(0)) : nullptr;
-  if (const CacheQueue* queue = queues ? queues->primary() : nullptr) {
-    queue->iterate(visitor);
-    queue->compute_memsize();
-  }
+  struct Look : CacheQueue::Iterator {
+    bool visit(Cacheable& entry) override {
+      EXPECT_TRUE(dynamic_cast<AnyBlock&>(entry).whole());
+      return true;
+    }
+  } visitor;
+  for (const CacheDomainStatistics& domain : cache.statistics().domains)
+    if (const auto map = cache.objects().creatorDomain(domain.creator.get()))
+      if (const CacheMultiQueue* queues = map->domain(domain.data.get()))
+        for (const CacheQueue* queue :
+             {queues->primary(), queues->temporaries(), queues->keepers()})
+          if (queue) {
+            queue->iterate(visitor);
+            queue->compute_memsize();
+            queue->oldest();
+          }
+  cache.nEntries();
+  cache.totalCost(true);
 }
 
 void expectEmpty(const Cache& cache) {
@@ -178,16 +164,27 @@ struct CacheStress : testing::Test {
 
 } // namespace
 
+// Two threads share their objects and domains, two have one each that the others only evict from,
+// and one looks at it all.
 TEST_F(CacheStress, ThreadsShareObjectsAndDomains) {
   const CachePtr caches[] = {new Cache(2000, "first"), new Cache(500, "second")};
-  const Makers makers = makeMakers();
-  inThreads(threadCount, [&](int, std::mt19937& random) {
+  Makers makers[3];
+  addMakers<0, 0>(makers[0]);
+  addMakers<0, 1>(makers[0]);
+  addMakers<1, 0>(makers[0]);
+  addMakers<1, 1>(makers[0]);
+  addMakers<2, 2>(makers[1]);
+  addMakers<3, 3>(makers[2]);
+  LongRun run(5);
+  std::atomic<int> working{4};
+  inThreads(5, [&](int thread, std::mt19937& random) {
     std::vector<DataPtr> held;
-    for (int i = rounds(10000); i > 0; --i) {
-      SharedMaker& maker = *makers[random() % makers.size()];
+    for (int i = 0; thread < 4 && run.goesOn(i, 10000); ++i) {
+      const Makers& mine = makers[thread < 2 ? 0 : thread - 1];
+      SharedMaker& maker = *mine[random() % mine.size()];
       Cache& cache = *caches[random() % 8 == 0];
       const DataPtr data = maker.obtain(cache, 50 + random() % 100);
-      EXPECT_TRUE(whole(*data));
+      EXPECT_TRUE(dynamic_cast<AnyBlock&>(*data).whole());
       const std::function<void()> actions[] = {
           [&] { cache.touch(data); },
           [&] { cache.touch(data); },
@@ -201,28 +198,44 @@ TEST_F(CacheStress, ThreadsShareObjectsAndDomains) {
           [&] { held.clear(); },
           [&] { cache.insert_zombie(data); },
           [&] { cache.purge_Hades(); },
-          [&] { look(cache); },
+          [&] { data->leaveQueue(); },
           [&] { data->setName("renamed" + std::to_string(data->NumberOfListEntries())); },
+          [&] { maker.setProvenance("step " + std::to_string(i)); },
           [&] { random() % 64 == 0 ? cache.purge() : 0; }};
       actions[random() % std::size(actions)]();
+    }
+    working -= thread < 4;
+    for (int i = 0; thread == 4 && working > 0; ++i) {
+      const SharedMaker& maker = *makers[0][random() % makers[0].size()];
+      EXPECT_TRUE(maker.hasProducer().empty() && !maker.addrstr().empty());
+      for (const auto& record : maker.provenance())
+        EXPECT_TRUE(record->getPath('/').starts_with("step ") &&
+                    maker.provenancePath().starts_with("step "));
+      look(*caches[i % 2]);
+      if (i % 256 == 0)
+        printed([&] { caches[0]->list_info(); });
     }
   });
 
   // Every object that lives is held by its creator now, or by a list of zombies.
   memsize_t sum = 0;
   std::uint32_t entries = 0;
+  int alive = 0;
   for (const CachePtr& cache : caches)
     cache->purge_Hades();
-  for (const auto& maker : makers)
-    if (const DataPtr data = maker->getCacheable())
-      if (data->NumberOfListEntries() > 0) {
-        sum += data->memsize();
-        ++entries;
+  for (const Makers& group : makers)
+    for (const auto& maker : group)
+      if (const DataPtr data = maker->getCacheable()) {
+        ++alive;
+        sum += data->NumberOfListEntries() > 0 ? data->memsize() : 0;
+        entries += data->NumberOfListEntries() > 0;
       }
+  EXPECT_EQ(livingBlocks, alive);
   EXPECT_EQ(caches[0]->totalCost(true) + caches[1]->totalCost(true), sum);
   EXPECT_EQ(caches[0]->nEntries() + caches[1]->nEntries(), entries);
-  for (const auto& maker : makers)
-    maker->drop();
+  for (const Makers& group : makers)
+    for (const auto& maker : group)
+      maker->drop();
   for (const CachePtr& cache : caches)
     expectEmpty(*cache);
 }
@@ -235,20 +248,17 @@ TEST_F(CacheStress, CandidatesDieWhileTheyAreLookedAt) {
     memsize_t totalCost(bool) const override { return 1; }
   } const noRoom("no room");
   CacheQueue queue, temporaries, keepers;
-  std::atomic<bool> done{false};
+  std::atomic<int> working{2};
   const MakerPtr maker = new Maker; // asked in one thread only, and answers 1 for all
   maker->answer = 1;
-  std::thread looking([&] {
-    Look look;
-    while (!done) {
+  LongRun run(3);
+  inThreads(3, [&](int thread, std::mt19937& random) {
+    while (thread == 2 && working > 0) {
       queue.adjust(noRoom, 0, temporaries, keepers);
-      queue.iterate(look);
       queue.oldest();
       temporaries.compute_memsize();
     }
-  });
-  inThreads(2, [&](int, std::mt19937& random) {
-    for (int i = rounds(20000); i > 0; --i) {
+    for (int i = 0; thread < 2 && run.goesOn(i, 20000); ++i) {
       DataPtr data = new Block<0>(random() % 100);
       data->setCreator(maker->self());
       queue.push_front(data);
@@ -258,60 +268,74 @@ TEST_F(CacheStress, CandidatesDieWhileTheyAreLookedAt) {
       data = nullptr;
       watched.lock();
     }
+    working -= thread < 2;
   });
-  done = true;
-  looking.join();
   for (const CacheQueue* each : {&queue, &temporaries, &keepers}) {
     EXPECT_EQ(each->memsize(), 0u);
     EXPECT_EQ(each->nEntries(), 0u);
   }
 }
 
-// One thread marks and moves objects while the caches that they stand in die.
+// One thread marks and moves objects while the caches that they stand in die; into those it moves
+// them with a hold of its own.
 TEST_F(CacheStress, CachesDieWhileTheirObjectsMove) {
   const CachePtr lasting = new Cache(100000, "lasting");
   Population all;
   const std::string names = "abcdefgh";
   for (const char name : names)
     all.add(name, 10, 1);
+  std::mutex mutex;
+  WeakCachePtr passing;
   std::atomic<bool> done{false};
-  std::thread moving([&] {
-    while (!done)
+  LongRun run(2);
+  inThreads(2, [&](int thread, std::mt19937&) {
+    while (thread == 0 && !done)
       for (const char name : names) {
+        std::unique_lock lock(mutex);
+        const CachePtr held = passing.lock();
+        lock.unlock();
         all[name]->markAsUsed();
-        lasting->insert(all[name], false);
+        (held ? held : lasting)->insert(all[name], false);
+        if (held)
+          held->touch(all[name]);
       }
+    for (int i = 0; thread == 1 && run.goesOn(i, 2000); ++i) {
+      const CachePtr next = new Cache(100000, "passing");
+      for (const char name : names)
+        next->insert(all[name], i % 2);
+      const std::lock_guard lock(mutex);
+      passing = next;
+    }
+    done = true;
   });
-  for (int i = rounds(2000); i > 0; --i) {
-    const CachePtr passing = new Cache(100000, "passing");
-    for (const char name : names)
-      passing->insert(all[name], i % 2);
-  }
-  done = true;
-  moving.join();
   for (const char name : names)
     EXPECT_TRUE(lasting->insert(all[name], false));
   EXPECT_EQ(lasting->totalCost(true), 80u);
   EXPECT_EQ(lasting->nEntries(), 8u);
 }
 
-// First insertions of many domains at once, which some forget again. While it is being forgotten, a
-// domain may still take in what another thread inserts; it counts until it is gone.
+// First insertions of many domains at once, which some forget again and some list. While it is
+// being forgotten, a domain may still take in what another thread inserts; it counts until it is
+// gone.
 TEST_F(CacheStress, DomainsComeAndGo) {
-  for (int i = rounds(300); i > 0; --i) {
+  LongRun run(4);
+  for (int i = 0; run.goesOn(i, 300); ++i) {
     const CachePtr cache = new Cache(1000, "cache");
     std::vector<MakerPtr> makers = {
         made(new MakerOf<0>, new DataOf<0>(10)), made(new MakerOf<0>, new DataOf<1>(10)),
         made(new MakerOf<1>, new DataOf<0>(10)), made(new MakerOf<1>, new DataOf<1>(10))};
     for (const MakerPtr& maker : makers)
       maker->answer = 1;
-    inThreads(threadCount, [&](int thread, std::mt19937&) {
-      for (int j = 0; j < threadCount; ++j) {
-        const MakerPtr& maker = makers[static_cast<std::size_t>((thread + j) % threadCount)];
+    inThreads(4, [&](int thread, std::mt19937&) {
+      for (int j = 0; j < 4; ++j) {
+        const MakerPtr& maker = makers[static_cast<std::size_t>((thread + j) % 4)];
         EXPECT_TRUE(cache->insert(maker->data, false));
         maker->data->markAsUsed();
         if (thread == 0 && i % 2)
-          cache->forget(typeid(DataOf<1>));
+          cache->forget(j % 2 ? typeid(DataOf<1>) : typeid(MakerOf<1>));
+        if (thread == 1)
+          printed([&] { cache->list_info(); });
+        cache->statistics();
       }
     });
     // Every object that stands in a queue counts once, and in no more than one.
@@ -329,19 +353,109 @@ TEST_F(CacheStress, DomainsComeAndGo) {
 // Releases that insert into, touch and adjust the domain of the other thread.
 TEST_F(CacheStress, ReleasesWorkCrosswise) {
   const CachePtr cache = new Cache(40, "cache");
+  LongRun run(2);
   inThreads(2, [&](int thread, std::mt19937&) {
-    for (int i = rounds(2000); i > 0; --i) {
-      StrongPtr<SharedMaker, Creature> maker;
-      if (thread)
-        maker = StrongPtr<SharedMaker, Creature>(new CrossMaker<1>(*cache));
-      else
-        maker = StrongPtr<SharedMaker, Creature>(new CrossMaker<0>(*cache));
+    for (int i = 0; run.goesOn(i, 2000); ++i) {
+      const SharedMakerPtr maker = thread ? SharedMakerPtr(new CrossMaker<1>(*cache))
+                                          : SharedMakerPtr(new CrossMaker<0>(*cache));
       maker->obtain(*cache, 20);
       if (i % 3 == 0)
         cache->adjust(typeid(CrossMaker<0>), blockType(thread), 30);
     }
   });
   expectEmpty(*cache);
+}
+
+// Uses, evicts and remakes the data of shared creatures from all sides, some of which die while
+// their data are used, inserted, or come back from the temporaries.
+TEST_F(CacheStress, CreaturesShareAndDieWhileTheirDataAreUsed) {
+  constexpr std::size_t count = 6;
+  const CachePtr cache = new Cache(700, "shared");
+  std::mutex mutex; // guards the pointers, not what they refer to
+  StrongPtr<Strong, Creature> strong[count];
+  StrongPtr<Weak, Creature> weak[count];
+  for (std::size_t i = 0; i < count; ++i) {
+    strong[i] = new Strong(cache);
+    weak[i] = new Weak(cache);
+  }
+  std::atomic<int> refused{0};
+  LongRun run(4);
+  inThreads(4, [&](int, std::mt19937& random) {
+    std::vector<StrongPtr<Block<0>, Cacheable>> kept(2); // outlive their makers now and then
+    const auto work = [&](auto& slot) {
+      std::unique_lock lock(mutex);
+      auto maker = slot;
+      if (random() % 16 == 0)
+        slot = new std::remove_reference_t<decltype(*slot)>(cache);
+      lock.unlock();
+      auto block = maker->data();
+      EXPECT_TRUE(block->whole() && block->creator() == maker);
+      auto& other = kept[random() % kept.size()];
+      if (other && other->creator()) // who may be gone at once
+        random() % 2 ? cache->touch(other) : cache->insert(other, random() % 2);
+      other = random() % 2 ? block : nullptr;
+      if (random() % 2)
+        maker = nullptr; // perhaps the last, and another thread is at its data
+      block->markAsUsed();
+    };
+    for (int i = 0; run.goesOn(i, 3000); ++i)
+      try {
+        const std::size_t at = random() % count;
+        random() % 2 ? work(strong[at]) : work(weak[at]);
+        if (i % 100 == 0)
+          cache->purge();
+        if (i % 4 == 0)
+          cache->adjust(typeid(Strong), typeid(Block<0>), random() % 400);
+      } catch (const Cache::OutOfMemory&) {
+        ++refused; // What others use at this moment cannot go.
+        kept.assign(2, nullptr);
+      }
+  });
+  memsize_t there = 0;
+  for (std::size_t i = 0; i < count; ++i) {
+    there += strong[i]->hasData() ? 100u : 0u;
+    EXPECT_FALSE(weak[i]->hasData());
+    weak[i] = nullptr;
+  }
+  EXPECT_EQ(cache->totalCost(true), there) << "each live block is counted once";
+  for (auto& maker : strong)
+    maker = nullptr;
+  expectEmpty(*cache);
+}
+
+TEST_F(CacheStress, ManyWantMissingDataAndOneMakesIt) {
+  const CachePtr cache = new Cache(100'000, "one");
+  LongRun run(4);
+  for (int round = 0; run.goesOn(round, 300); ++round) {
+    const StrongPtr<Strong, Creature> maker = new Strong(cache);
+    std::atomic<const Cacheable*> seen{nullptr};
+    inThreads(4, [&](int, std::mt19937&) {
+      const auto block = maker->data();
+      const Cacheable* other = nullptr;
+      EXPECT_TRUE(seen.compare_exchange_strong(other, block.get()) || other == block.get());
+    });
+    EXPECT_EQ(maker->timesMade(), 1U);
+  }
+}
+
+TEST_F(CacheStress, AWeakPointerMaySaveDataThatIsBeingReleased) {
+  const CachePtr cache = new Cache(100'000, "saved");
+  const StrongPtr<Strong, Creature> maker = new Strong(cache);
+  std::atomic<bool> done{false};
+  LongRun run(2);
+  inThreads(2, [&](int thread, std::mt19937&) {
+    for (int round = 0; thread == 0 && run.goesOn(round, 5000); ++round) {
+      const WeakPtr<Block<0>, Cacheable> watched = maker->data();
+      EXPECT_TRUE(maker->release() != 2 || !watched);
+    }
+    while (thread == 1 && !done) {
+      const DataPtr data = maker->getCacheable();
+      const WeakPtr<Cacheable> watched = data;
+      EXPECT_EQ(static_cast<bool>(watched.lock()), static_cast<bool>(data));
+    }
+    done = true;
+  });
+  EXPECT_EQ(livingBlocks, maker->hasData() ? 1 : 0);
 }
 
 // A release that waits for a thread that needs its queue: that thread says so, after ten seconds,

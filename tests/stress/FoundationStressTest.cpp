@@ -1,18 +1,27 @@
-// Pointers, provenances, type names, messages and the profiler, used by several threads at once.
+// Pointers, provenances, type names, messages and the profiler, used by several threads at once;
+// interfaces, attributes and registries as a host serialises them. TOLVANE_TEST_SECONDS=N makes
+// every run N seconds long.
 
+#include "support/LongRun.hpp"
 #include "support/Rendezvous.hpp"
 
+#include <tolvane/Chunk.hpp>
 #include <tolvane/Counter.hpp>
+#include <tolvane/LoaderProgress.hpp>
+#include <tolvane/LoaderRegistry.hpp>
 #include <tolvane/Profiler.hpp>
 #include <tolvane/Provenance.hpp>
+#include <tolvane/SaveRegistry.hpp>
 #include <tolvane/StrongPtr.hpp>
 #include <tolvane/Typename.hpp>
 #include <tolvane/Verbose.hpp>
 
 #include <gtest/gtest.h>
 #include <set>
+#include <shared_mutex>
 
 using namespace Tolvane;
+using testsupport::LongRun;
 
 namespace {
 
@@ -46,12 +55,8 @@ struct Tagged {
 struct Drawn : Tagged, Figure {};
 
 template <class Work>
-void inThreads(Work work) {
-  std::vector<std::thread> threads;
-  for (int thread = 0; thread < threadCount; ++thread)
-    threads.emplace_back(work, thread);
-  for (std::thread& thread : threads)
-    thread.join();
+void inThreads(const Work& work) {
+  testsupport::inThreads(threadCount, [&](int thread, std::mt19937&) { work(thread); });
 }
 
 /// Every thread does `work(thread)` once a round, all at the same time; before each round one of
@@ -59,11 +64,15 @@ void inThreads(Work work) {
 template <class Prepare, class Work, class Check>
 void race(Prepare prepare, Work work, Check check) {
   Rendezvous together(threadCount);
+  LongRun run(threadCount);
+  bool goesOn = true;
   inThreads([&](int thread) {
-    for (int round = 0; round < roundCount; ++round) {
-      if (thread == 0)
+    for (int round = 0;; ++round) {
+      if (thread == 0 && (goesOn = run.goesOn(round, roundCount)))
         prepare();
       together.arrive_and_wait();
+      if (!goesOn)
+        return;
       work(thread);
       together.arrive_and_wait();
       if (thread == 0)
@@ -100,45 +109,44 @@ TEST(PointerStress, CountsAreExactBesideEachOther) {
 // One thread lets go of the last pointer while the others make strong ones of weak ones, by every
 // way there is, or convert weak ones, which looks at the object.
 TEST(PointerStress, LastReleaseBesideWeakPointers) {
-  for (const bool toStrong : {true, false}) {
-    int gone = Figure::destroyed;
-    const int unasked = Figure::unasked;
-    StrongPtr<Figure> last;
-    WeakPtr<Figure> weak[threadCount];
-    std::atomic<int> wrong{0};
-    race(
-        [&] {
-          last = new Drawn;
-          for (WeakPtr<Figure>& one : weak)
-            one = last;
-        },
-        [&](int thread) {
-          if (thread == 0)
-            return last.reset();
-          const WeakPtr<Figure>& mine = weak[thread];
-          for (int i = 0; i < attempts && toStrong; ++i) {
-            const StrongPtr<Figure> locked = mine.lock(),
-                                    held = StrongPtr<Figure>::holdIfHeld(mine);
-            const StrongPtr<Drawn, Figure> down(mine);
-            const WeakPtr<Tagged, Figure> across(mine);
-            wrong += (locked && locked->value != 42) || (held && held->value != 42) ||
-                     (down && (down->tag != 7 || down->value != 42));
-          }
-          for (int i = 0; i < attempts && !toStrong; ++i) {
-            const WeakPtr<Drawn, Figure> down(mine);
-            const WeakPtr<Tagged, Figure> across(down);
-            // What is empty now was dead before, and stays so. A count of 0 is that of an object
-            // nobody ever held: seen here, it would be one that is about to go under the cast.
-            wrong += (!down && mine) || mine.strongCount() == 0;
-          }
-        },
-        [&] {
-          ASSERT_EQ(Figure::destroyed, ++gone);
-          ASSERT_TRUE(weak[0].strongCount() == -111 && weak[0].weakCount() == threadCount);
-        });
-    EXPECT_EQ(wrong, 0);
-    EXPECT_EQ(Figure::unasked, unasked);
-  }
+  int gone = Figure::destroyed;
+  const int unasked = Figure::unasked;
+  bool toStrong = false;
+  StrongPtr<Figure> last;
+  WeakPtr<Figure> weak[threadCount];
+  std::atomic<int> wrong{0};
+  race(
+      [&] {
+        toStrong = !toStrong;
+        last = new Drawn;
+        for (WeakPtr<Figure>& one : weak)
+          one = last;
+      },
+      [&](int thread) {
+        if (thread == 0)
+          return last.reset();
+        const WeakPtr<Figure>& mine = weak[thread];
+        for (int i = 0; i < attempts && toStrong; ++i) {
+          const StrongPtr<Figure> locked = mine.lock(), held = StrongPtr<Figure>::holdIfHeld(mine);
+          const StrongPtr<Drawn, Figure> down(mine);
+          const WeakPtr<Tagged, Figure> across(mine);
+          wrong += (locked && locked->value != 42) || (held && held->value != 42) ||
+                   (down && (down->tag != 7 || down->value != 42));
+        }
+        for (int i = 0; i < attempts && !toStrong; ++i) {
+          const WeakPtr<Drawn, Figure> down(mine);
+          const WeakPtr<Tagged, Figure> across(down);
+          // What is empty now was dead before, and stays so. A count of 0 is that of an object
+          // nobody ever held: seen here, it would be one that is about to go under the cast.
+          wrong += (!down && mine) || mine.strongCount() == 0;
+        }
+      },
+      [&] {
+        ASSERT_EQ(Figure::destroyed, ++gone);
+        ASSERT_TRUE(weak[0].strongCount() == -111 && weak[0].weakCount() == threadCount);
+      });
+  EXPECT_EQ(wrong, 0);
+  EXPECT_EQ(Figure::unasked, unasked);
 }
 
 // All pointers are last: each thread drops its own, and whoever comes last destroys.
@@ -263,7 +271,7 @@ TEST(PointerStress, CounterReachesZeroOnce) {
 }
 
 /// Chains that share a stem are let go of by several threads at once, while another takes hold of
-/// records on the way and must always find all that is above them.
+/// records on the way, renames them, and must always find all that is above them.
 TEST(ProvenanceStress, ThreadsReleaseForkedChains) {
   struct Counted : Provenance {
     Counted(const StrongPtr<Provenance>& above, std::atomic<int>& count)
@@ -274,7 +282,8 @@ TEST(ProvenanceStress, ThreadsReleaseForkedChains) {
     std::atomic<int>& alive;
   };
   std::atomic<int> alive = 0;
-  for (int round = 0; round < 61; ++round) {
+  LongRun run(threadCount);
+  for (int round = 0; run.goesOn(round, 61); ++round) {
     const int length = round == 0 ? 100000 : 300;
     StrongPtr<Provenance> stem;
     std::vector<WeakPtr<Provenance>> watched;
@@ -288,14 +297,16 @@ TEST(ProvenanceStress, ThreadsReleaseForkedChains) {
       for (int i = 0; i < length; ++i)
         leaf = new Counted(leaf, alive);
     stem = nullptr;
-    Rendezvous start(threadCount);
     inThreads([&](int thread) {
-      start.arrive_and_wait();
-      if (thread > 0)
+      if (thread > 0) {
+        EXPECT_GT(leaves[static_cast<std::size_t>(thread) - 1]->getPath('.').size(), 1u);
         leaves[static_cast<std::size_t>(thread) - 1] = nullptr;
+      }
       for (std::size_t i = watched.size(); thread == 0 && i-- > 0;) {
         const StrongPtr<Provenance> held = watched[i].lock();
         ASSERT_TRUE(!held || held->getPath('.').size() == 2 * i + 1);
+        if (held)
+          held->setName(held->name() == "n" ? "m" : "n");
       }
     });
     ASSERT_EQ(alive, 0);
@@ -398,4 +409,74 @@ TEST(ProfilerStress, CountsEveryScope) {
     (one.name == "shared by threads" ? shared : others) += one.calls;
   EXPECT_TRUE(shared == 4000 && others == 4000) << shared << ' ' << others;
   Profiler::reset();
+}
+
+// What is not locked, with the lock of a host: who changes something is alone with it, who only
+// looks is not.
+TEST(HostStress, ReadersShareWhatWritersHaveToThemselves) {
+  struct Domain {};
+  struct Unit : Interface<Unit> {};
+  struct Saver : SaveInterfaceCreatorBase {
+    Saver() : SaveInterfaceCreatorBase("name", "text") {}
+  };
+  struct Loader : LoaderBase {
+    Loader() : LoaderBase({".x"}) {}
+    bool isloadable(const StrongPtr<LoaderParameters>&) override { return true; }
+    bool load(const StrongPtr<LoaderParameters>& given, ldrpar*) override {
+      given->setStatusText("refused");
+      return false;
+    }
+    StrongPtr<LoaderRequest> loadrequest(const StrongPtr<LoaderParameters>&, ldrpar*) override {
+      return new LoaderRequest("url");
+    }
+  };
+  struct Walk : SaveRegistryBase::Iterator, Attributes::Iterator {
+    bool visitCreator(TypeInfo, StrongPtr<SaveInterfaceCreatorBase>&) override { return false; }
+    bool visitAttribute(const std::string&, StrongPtr<ChunkBase>& value) override {
+      return chunkValue<int>(value).has_value();
+    }
+  };
+  using Loaders = LoaderRegistry<Domain>;
+  using Savers = SaveRegistry<Domain>;
+  std::shared_mutex mutex;
+  Intercube cube;
+  Attributes attributes;
+  const auto makeKnown = [] { // the first question about a type makes an entry
+    Loaders::isloadable(nullptr);
+    Savers::SaveMethods();
+  };
+  makeKnown();
+  LongRun run(threadCount);
+  inThreads([&](int thread) {
+    for (int round = 0; run.goesOn(round, 1000); ++round)
+      if (round % 16 == 4 * thread) {
+        const std::lock_guard alone(mutex);
+        round % 32 < 16 ? cube.addInterface(new Unit) : cube.removeInterface<Unit>();
+        attributes.setAttribute("n" + std::to_string(round % 5), makeChunk(round));
+        Loaders::append(new Loader);
+        Savers::getInterfaceCreator<Unit>() = new Saver;
+        if (round % 3 == 0) {
+          LoaderRegistryBase::domain_remove(typeid(Loader), typeid(Domain));
+          Savers::removeCreator<Unit>();
+          makeKnown(); // again, for a local type goes with its last entry
+        }
+      } else {
+        const std::shared_lock together(mutex);
+        Walk walk;
+        EXPECT_EQ(cube.hasInterface<Unit>(), static_cast<bool>(cube.findInterface<Unit>()));
+        EXPECT_TRUE(cube.const_iterateInterfaces(nullptr));
+        EXPECT_EQ(attributes.iterate(walk), static_cast<int>(attributes.size()));
+        const StrongPtr<LoaderParameters> parameters = new LoaderParameters({"a.x"});
+        parameters->addInterface(new LoaderProgress);
+        const bool any = !Loaders::getSupportedExtensions().empty();
+        EXPECT_FALSE(Loaders::load(parameters));
+        EXPECT_EQ(parameters->statusText(), any ? "refused" : "No loader available. ");
+        EXPECT_EQ(static_cast<bool>(Loaders::loadrequest(parameters)), any);
+        EXPECT_EQ(static_cast<bool>(Savers::findInterfaceCreator<Unit>()),
+                  !Savers::SaveMethods().empty());
+        Savers::iterate(walk);
+      }
+  });
+  LoaderRegistryBase::forget(typeid(Domain));
+  SaveRegistryBase::forget(typeid(Domain));
 }

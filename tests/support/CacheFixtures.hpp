@@ -32,6 +32,7 @@
 namespace cachetest {
 
 using namespace Tolvane;
+using testsupport::inThreads;
 using testsupport::LongRun;
 using testsupport::numberFrom;
 using testsupport::Watchdog;
@@ -191,6 +192,31 @@ std::string order(const CreatorCacheMap& objects) {
 template <int Domain = 0, int Creator = 0>
 std::string order(const Cache& cache) {
   return order<Domain, Creator>(cache.objects());
+}
+
+/// The sums of a cache are those of the objects that stand in it, of which `all` and `others` hold
+/// every one, and another thread finds no queue locked.
+inline void expectWhole(const Cache& cache, const Population& all,
+                        const std::vector<MakerPtr>& others = {}) {
+  std::vector<StrongPtr<Cacheable>> objects;
+  for (const char name : all.alive())
+    objects.emplace_back(all[name]);
+  for (const MakerPtr& maker : others)
+    objects.push_back(maker->data);
+  memsize_t sum = 0;
+  std::uint32_t entries = 0;
+  for (const auto& object : objects)
+    if (object && object->NumberOfListEntries() > 0) {
+      sum += object->memsize();
+      ++entries;
+    }
+  EXPECT_EQ(cache.totalCost(true), sum);
+  EXPECT_EQ(cache.nEntries(), entries);
+  std::thread([&] {
+    for (const auto& object : objects)
+      if (object)
+        object->markAsUsed();
+  }).join();
 }
 
 /// What goes to standard output while `action` runs.

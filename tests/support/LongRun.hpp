@@ -10,7 +10,9 @@
 #include <cstdlib>
 #include <gtest/gtest.h>
 #include <mutex>
+#include <random>
 #include <thread>
+#include <vector>
 
 namespace testsupport {
 
@@ -57,7 +59,7 @@ private:
 ///
 /// @code
 /// LongRun run(4);
-/// inThreads(4, [&] {
+/// inThreads(4, [&](int, std::mt19937&) {
 ///   for (int i = 0; run.goesOn(i, 10000); ++i)
 ///     ...
 /// });
@@ -87,5 +89,23 @@ private:
   const int threads_;
   std::atomic<unsigned long long> rounds_{0};
 };
+
+/// Runs `action(thread, random)` in so many threads that start together; TOLVANE_TEST_SEED=N
+/// changes what they do.
+template <class Action>
+void inThreads(int count, const Action& action) {
+  const auto seed = static_cast<unsigned>(numberFrom("TOLVANE_TEST_SEED", 1)) * 1000u;
+  std::atomic<int> waiting{count};
+  std::vector<std::thread> threads;
+  for (int thread = 0; thread < count; ++thread)
+    threads.emplace_back([&, thread] {
+      std::mt19937 random(seed + static_cast<unsigned>(thread));
+      for (--waiting; waiting > 0;)
+        std::this_thread::yield();
+      action(thread, random);
+    });
+  for (std::thread& thread : threads)
+    thread.join();
+}
 
 } // namespace testsupport

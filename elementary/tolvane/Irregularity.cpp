@@ -1,3 +1,4 @@
+#include "FileInternal.hpp"
 #include "GlobalsInternal.hpp"
 #include "UnloadLockInternal.hpp"
 
@@ -29,7 +30,7 @@ Log& theLog() {
 }
 
 std::FILE* openLog(Log& log) {
-  std::FILE* file = std::fopen(logName, log.created.load() ? "at" : "wt");
+  std::FILE* file = detail::openForWriting(logName, log.created.load() ? "at" : "wt");
   if (file)
     log.created.store(true);
   return file;

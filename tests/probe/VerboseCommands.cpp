@@ -166,7 +166,6 @@ const probe::Commands commands = {
     {"console", [](const Arguments& a) { Console() << a.at(0) << 7; }},
     {"write_used_files", [](const Arguments&) { VerboseStream::writeUsedFiles(); }},
     {"late_message", [](const Arguments& a) { static const Late late(a.at(0)); }},
-    {"close_output_descriptors", [](const Arguments&) { close(1), close(2); }},
 };
 
 } // namespace

@@ -7,9 +7,11 @@
 
 #include <cctype>
 #include <cmath>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <gtest/gtest.h>
 #include <limits>
 
@@ -44,7 +46,7 @@ std::vector<Value> values() {
   const int maximum = windows ? 0 : intMax, minimum = windows ? 0 : intMin;
   return {
       // Nothing, blanks, no number.
-      {"", 0, 0, 0},
+      {"", 0, 0, 0, 100},
       {" ", 0, 0, 0},
       {"abc", 0, 0, 0},
       {"--3", 0, 0, 0},
@@ -119,13 +121,32 @@ std::string shortened(const std::string& text) {
   return text.substr(0, 40) + " of " + std::to_string(text.size()) + " bytes";
 }
 
+// The size that the machine gives, in signed 32 bits, so that it wraps from 2 GiB on; none where
+// the system does not say how much memory there is.
+std::optional<unsigned long long> thirdOfMemory() {
+  std::string name;
+  std::uint32_t kilobytes = 0;
+  if (!(std::ifstream("/proc/meminfo") >> name >> kilobytes))
+    return std::nullopt;
+  return static_cast<unsigned long long>(static_cast<std::int32_t>(kilobytes * 1024u) / 3ll);
+}
+
 void checkCache(const Value& value, const std::string& out) {
   unsigned long long limit = 0, before = 0, after = 0;
   const std::size_t line = out.find("limit ");
   ASSERT_NE(line, out.npos) << shortened(value.text);
   std::sscanf(out.c_str() + line, "limit %llu, available %llu to %llu\n", &limit, &before, &after);
-  if (value.percent == 0) {
-    EXPECT_EQ(limit, value.bytes) << shortened(value.text);
+  const std::optional<unsigned long long> third =
+      value.text.empty() ? thirdOfMemory() : std::nullopt;
+  char told[64];
+  std::snprintf(told, sizeof told, "MemCache: Using %lfGB", static_cast<double>(limit) * 0x1p-30);
+  EXPECT_EQ(out.find(told + std::string(" RAM per default, set the environment variable "
+                                        "TOLVANE_CACHESIZE=30GB to use 30GB of memory instead (for "
+                                        "instance, if you have that many).\nlimit")) != out.npos,
+            third.has_value())
+      << shortened(value.text) << out;
+  if (value.percent == 0 && (third || !value.text.empty())) {
+    EXPECT_EQ(limit, third.value_or(value.bytes)) << shortened(value.text);
     return;
   }
   // Other programs change the available memory from moment to moment.
@@ -171,8 +192,7 @@ TEST(Environment, EveryVariableTakesEveryValue) {
     EXPECT_EQ(out("TOLVANE_VERBOSITY: Verbosity level"), integer != 0) << what;
     EXPECT_TRUE(out("\n *** NullPtrException::NullPtrException(type = int, ")) << what;
     EXPECT_TRUE(out("\nREAKPOINT>>> said\n") == edits || (windows && text.empty())) << what;
-    if (!text.empty()) // then it is a question of the machine
-      checkCache(value, run.out);
+    checkCache(value, run.out);
     // The list of domains is parted at commas, and so the whole of it is no domain then.
     const bool passes = text.find(',') == text.npos;
     const std::string domain = text.empty() ? "" : "\033[0m" + text + "<  0> ";
@@ -186,6 +206,7 @@ TEST(Environment, EveryVariableTakesEveryValue) {
     if (integer != 1)
       checkUsedFiles(text);
   }
+  checkCache(all[0], outputOf("default_cache", {{"TOLVANE_CACHESIZE", std::nullopt}}));
   std::printf("FIGURES Environment: 13 variables with %zu values each\n", all.size());
 }
 

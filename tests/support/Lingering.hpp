@@ -20,9 +20,9 @@ namespace {
 using namespace Tolvane;
 
 /// Data of several domains.
-template <int Domain>
+template <memsize_t Bytes>
 struct Item : Cacheable {
-  memsize_t memsize() const override { return 42; }
+  memsize_t memsize() const override { return Bytes; }
 };
 
 struct ItemMaker : Creature {
@@ -40,10 +40,10 @@ struct ItemMaker : Creature {
 
 using ItemMakerPtr = StrongPtr<ItemMaker, Creature>;
 
-template <int Domain>
+template <memsize_t Bytes>
 ItemMakerPtr makeItem(const WeakPtr<Cache, CacheBase>& cache) {
   ItemMakerPtr maker = new ItemMaker(cache);
-  maker->data = new Item<Domain>;
+  maker->data = new Item<Bytes>;
   maker->data->setCreator(maker);
   maker->enableCaching(false);
   return maker;

@@ -30,7 +30,7 @@ std::string timesSaid(const std::string& when, const ProbeResult& run, const std
   };
   return count(run.err, when + "<  0> [^\n]*31m   " + when + "\x1b") +
          count(run.out, "\n" + when + ": Tolvane::Cacheable -111 7\n") +
-         count(log, "because of " + when + "\n");
+         count(log, "because of " + when);
 }
 
 } // namespace

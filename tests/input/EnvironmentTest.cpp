@@ -181,7 +181,7 @@ TEST(Environment, EveryVariableTakesEveryValue) {
     // A call stack takes long, and a search for an editor: not for all of them. The emulated
     // command interpreter does not survive long lines.
     const bool edits =
-        text.size() > 1000 ? !windows : !std::isalnum(static_cast<unsigned char>(text[0]));
+        text.size() > 1000 ? !windows : !std::isprint(static_cast<unsigned char>(text[0]));
     const ProbeResult run =
         probe(std::string("settings") + (edits ? " edit" : "") +
                   " -- default_cache -- null_ptr_exception int int -- queue_adjustments 0 1",

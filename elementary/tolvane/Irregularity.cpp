@@ -58,14 +58,28 @@ void writeToLog(const std::string& report, const std::string& stack) {
   }
 }
 
-std::string timeStamp() {
-  const std::time_t now = std::time(nullptr);
+std::tm localTime(std::time_t now) {
   std::tm local{};
 #ifdef _WIN32
-  localtime_s(&local, &now);
+  // A thread that is gone may own the locks of the time zone: what local time was ahead of
+  // universal time when it was last asked for does as well.
+  static constinit std::atomic<std::time_t> ahead{0};
+  if (detail::otherThreadsAreGone()) {
+    now += ahead.load();
+    gmtime_s(&local, &now);
+  } else {
+    localtime_s(&local, &now);
+    std::tm fields = local;
+    ahead.store(_mkgmtime(&fields) - now);
+  }
 #else
   localtime_r(&now, &local);
 #endif
+  return local;
+}
+
+std::string timeStamp() {
+  const std::tm local = localTime(std::time(nullptr));
   char buffer[20];
   buffer[std::strftime(buffer, sizeof buffer, "%Y-%m-%d %H:%M:%S", &local)] = '\0';
   return buffer;
@@ -126,6 +140,9 @@ void Irregularity::append(std::string_view piece) noexcept {
 
 void detail::prepareIrregularityLog() {
   theLog();
+#ifdef _WIN32
+  localTime(std::time(nullptr));
+#endif
 }
 
 void detail::closeIrregularityLog() noexcept {

@@ -148,7 +148,7 @@ TEST(Ends, OfTheLibraryInAProcess) {
       const std::string log = textOf(contentOf(how + '/' + prefix + logName));
       EXPECT_EQ(countOf(log, "IRREGULARITY"), 2) << log;
       for (const char* reason : {"used late", "last"})
-        EXPECT_EQ(countOf(log, std::string("because of ") + reason + "\n"), 1) << how << log;
+        EXPECT_EQ(countOf(log, std::string("because of ") + reason), 1) << how << log;
     }
   }
 }

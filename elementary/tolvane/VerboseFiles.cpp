@@ -106,6 +106,8 @@ VerboseFiles::VerboseFiles()
 void VerboseFiles::cleanup() {
   unloading = true;
   writeUsedFiles();
+  if (detail::otherThreadsAreGone())
+    return; // one of them may own the heap, which goes with the process
   const auto lock = detail::lockUnlessEnding(filesMutex);
   if (!lock.owns_lock())
     return;

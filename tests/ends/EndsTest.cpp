@@ -62,10 +62,15 @@ TEST(Ends, OfAProcess) {
               {"end throw-noexcept", true, true, notified}};
   for (const auto& end : ends)
     for (const std::string work : {"work -- ", ""}) {
+      // Windows stops threads before it ends modules. One of them may own what belongs to the
+      // system, its heap above all, and with that the emulated system hangs.
+      const bool onlyProgram = windows && !work.empty();
+      const std::string others =
+          onlyProgram ? ""
+                      : "load_module '" + modulePath + "' -- module_lingers -- thread_lingers -- ";
       fs::remove(logName);
-      const ProbeResult run =
-          probe("install_terminate_handler -- report 1 before -- load_module '" + modulePath +
-                "' -- module_lingers -- linger -- " + work + end.way);
+      const ProbeResult run = probe("install_terminate_handler -- report 1 before -- linger -- " +
+                                    others + work + end.way);
       EXPECT_TRUE(end.aborts ? run.aborted() : run.exitCode == 5)
           << end.way << run.exitCode << ' ' << run.signal << run.err.substr(0, 5000);
       EXPECT_EQ(
@@ -74,9 +79,12 @@ TEST(Ends, OfAProcess) {
           << end.way;
       const std::string log = textOf(contentOf(logName));
       EXPECT_EQ(countOf(log, "because of before\n"), 1) << end.way;
-      for (const char* name : {"in function", "of the program", "of the thread", "last"})
-        EXPECT_EQ(timesSaid(name, run, log), end.said.find(name) == end.said.npos ? "000" : "111")
+      for (const std::string name : {"in function", "of the program", "of the thread", "last"}) {
+        const bool lingers = !onlyProgram || name == "in function" || name == "of the program";
+        EXPECT_EQ(timesSaid(name, run, log),
+                  lingers && end.said.find(name) != end.said.npos ? "111" : "000")
             << end.way << ": " << name;
+      }
     }
   const ProbeResult silent = probe("end throw");
   EXPECT_TRUE(silent.aborted());

@@ -100,8 +100,8 @@ const probe::Commands commands = {
        static Lingering inFunction;
        inFunction.begin("in function");
        ofTheProgram.begin("of the program");
-       ofTheThread.begin("of the thread");
      }},
+    {"thread_lingers", [](const Arguments&) { ofTheThread.begin("of the thread"); }},
     {"work", workForEver},
     {"end", [](const Arguments& a) { ends.at(a.at(0))(); }},
     {"load_module", [](const Arguments& a) { module = new LoadedModule(a.at(0)); }},

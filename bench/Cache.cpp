@@ -3,8 +3,11 @@
 
 #include <tolvane/Cache.hpp>
 #include <tolvane/Creature.hpp>
+#include <tolvane/HeldInternal.hpp>
+#include <tolvane/TypeInfo.hpp>
 
 #include <mutex>
+#include <unordered_map>
 
 namespace {
 
@@ -90,7 +93,11 @@ struct TouchedByCache : Tolvanes<1> {
 template <int Mutexes>
 class Ring {
 public:
-  Ring(std::uint32_t capacity, std::uint32_t objects) : capacity_(capacity), nodes_(objects) {}
+  Ring(std::uint32_t capacity, std::uint32_t objects) : capacity_(capacity) {
+    for (std::uint32_t key = 0; key < objects; ++key) {
+      nodes_.push_back(std::make_unique<Node>());
+    }
+  }
 
   void insert(std::uint32_t key) {
     [[maybe_unused]] const Guard<(Mutexes > 0)> queue(mutex_);
@@ -101,7 +108,7 @@ public:
       unlink(oldest);
       --size_;
     }
-    Node& node = nodes_[key];
+    Node& node = *nodes_[key];
     [[maybe_unused]] const Guard<(Mutexes > 1)> own(node.mutex);
     [[maybe_unused]] const Guard<(Mutexes > 2)> ring(anchor_.mutex);
     link(node);
@@ -109,14 +116,14 @@ public:
   }
   void touch(std::uint32_t key) {
     [[maybe_unused]] const Guard<(Mutexes > 0)> queue(mutex_);
-    Node& node = nodes_[key];
+    Node& node = *nodes_[key];
     [[maybe_unused]] const Guard<(Mutexes > 1)> own(node.mutex);
     [[maybe_unused]] const Guard<(Mutexes > 2)> ring(anchor_.mutex);
     unlink(node);
     link(node);
   }
   void erase(std::uint32_t key) {
-    unlink(nodes_[key]);
+    unlink(*nodes_[key]);
     --size_;
   }
 
@@ -125,7 +132,7 @@ private:
     Node* next = this;
     Node* prev = this;
     std::mutex mutex;
-    char rest[128]; // an object of its own size
+    char rest[sizeof(Item) - 56]; // an object of the same size
   };
   struct NoGuard {
     explicit NoGuard(std::mutex&) {}
@@ -150,7 +157,110 @@ private:
   std::mutex mutex_;
   std::uint32_t capacity_;
   std::uint32_t size_ = 0;
-  std::vector<Node> nodes_;
+  std::vector<std::unique_ptr<Node>> nodes_;
+};
+
+/// What an insertion cannot do without, and nothing else: the object and its creator are held, the
+/// two domains are found by type, the queue's mutex, the node's and the ring's are taken, and the
+/// sum of the cache is kept. An eviction holds the cache, takes the queue, holds the oldest entry
+/// and its creator, lets go of the entry, asks the creator, which takes it out of its ring, and
+/// looks whether it went.
+class SameMeans {
+public:
+  SameMeans(std::uint32_t capacity, std::uint32_t objects)
+      : cache_(new Cache(0, "means")), capacity_(capacity * bench::Charge), anchor_(*this) {
+    maps_.emplace(typeid(Creator), 0);
+    domains_.emplace(typeid(Node), 0);
+    for (std::uint32_t key = 0; key < objects; ++key) {
+      StrongPtr<Creator, Creature> creator = new Creator(*this);
+      creator->node->creator = creator->self();
+      nodes_.push_back(creator->node.get());
+      creators_.push_back(std::move(creator));
+    }
+  }
+
+  void insert(std::uint32_t key) {
+    Node& node = *nodes_[key];
+    Held<Cacheable> object(node.self());
+    const Held<Creature> creator = creatorOf(node);
+    benchmark::DoNotOptimize(maps_.find(typeid(*creator)));
+    benchmark::DoNotOptimize(domains_.find(typeid(node)));
+    if (total_.load(std::memory_order_relaxed) >= capacity_) {
+      object = {};
+      evict();
+      object = Held<Cacheable>(node.self());
+    }
+    const Lock queue(mutex_);
+    const Lock own(node.mutex);
+    const Lock ring(anchor_.mutex);
+    node.next = &anchor_;
+    node.prev = anchor_.prev;
+    node.prev->next = anchor_.prev = &node;
+    total_.fetch_add(bench::Charge, std::memory_order_relaxed);
+  }
+  void erase(std::uint32_t key) { remove(*nodes_[key]); }
+
+private:
+  template <class T>
+  using Held = detail::Held<T>;
+  using Lock = std::lock_guard<std::mutex>;
+
+  struct Node : Item {
+    explicit Node(SameMeans&) : Item(typeid(Node)) {}
+    Node* next = this;
+    Node* prev = this;
+    std::mutex mutex;
+    WeakPtr<Creature> creator;
+  };
+  struct Creator : Creature {
+    explicit Creator(SameMeans& owner) : Creature(nullptr), means(owner), node(new Node(owner)) {}
+    StrongPtr<Cacheable> getCacheable() const override { return node; }
+    int release() override {
+      means.remove(*node);
+      return 2;
+    }
+    SameMeans& means;
+    StrongPtr<Node, Cacheable> node;
+  };
+
+  static Held<Creature> creatorOf(Node& node) {
+    const Lock own(node.mutex);
+    return Held<Creature>(node.creator);
+  }
+  WeakPtr<Cacheable> oldest() {
+    const Lock ring(anchor_.mutex);
+    return anchor_.next->self();
+  }
+  void remove(Node& node) {
+    const Lock own(node.mutex);
+    const Lock ring(anchor_.mutex);
+    node.next->prev = node.prev;
+    node.prev->next = node.next;
+    node.next = node.prev = &node;
+    total_.fetch_sub(bench::Charge, std::memory_order_relaxed);
+  }
+  void evict() {
+    const auto alive = StrongPtr<CacheBase>::holdIfHeld(cache_->self());
+    const Lock queue(mutex_);
+    const WeakPtr<Cacheable> candidate = oldest();
+    Held<Cacheable> held(candidate);
+    const Held<Creature> creator = creatorOf(static_cast<Node&>(*held));
+    held = {};
+    creator->release();
+    const Lock ring(anchor_.mutex);
+    if (anchor_.next->self() == candidate) {
+      std::abort();
+    }
+  }
+
+  StrongPtr<Cache, CacheBase> cache_;
+  const memsize_t capacity_;
+  std::atomic<memsize_t> total_{0};
+  Node anchor_;
+  std::mutex mutex_;
+  std::unordered_map<TypeInfo, int> maps_, domains_;
+  std::vector<StrongPtr<Creator, Creature>> creators_;
+  std::vector<Node*> nodes_;
 };
 
 /// Insertions in turns into domains of one cache: with room for all, or evicting one each.
@@ -196,6 +306,7 @@ void addDomains() {
   bench::addCache<Ring<0>>("floor, no lock", false);
   bench::addCache<Ring<1>>("floor, one mutex");
   bench::addCache<Ring<3>>("floor, three mutexes");
+  bench::addInsertions<SameMeans>("floor, the same means");
   return true;
 }();
 

@@ -125,14 +125,23 @@ void insertEvicting(const std::string& row, const std::string& name, std::uint32
 }
 
 template <class Contestant>
-void addCache(const std::string& name, bool threadSafe = true) {
+void addInsertions(const std::string& name, bool threadSafe = true) {
   for (const std::uint32_t entries : {1'000U, 100'000U, 1'000'000U}) {
     for (int threads = 1; threads <= (threadSafe ? 2 : 1); ++threads) {
-      touchEntries<Contestant>(name, entries, threads);
       insertEvicting<Contestant>("insert that evicts one", name, entries, threads);
     }
   }
   insertFitting<Contestant>(name);
+}
+
+template <class Contestant>
+void addCache(const std::string& name, bool threadSafe = true) {
+  for (const std::uint32_t entries : {1'000U, 100'000U, 1'000'000U}) {
+    for (int threads = 1; threads <= (threadSafe ? 2 : 1); ++threads) {
+      touchEntries<Contestant>(name, entries, threads);
+    }
+  }
+  addInsertions<Contestant>(name, threadSafe);
 }
 
 } // namespace bench

@@ -3,6 +3,7 @@
 
 #include <tolvane/StreamString.hpp>
 
+#include <array>
 #include <cstring>
 
 namespace {
@@ -56,17 +57,23 @@ std::string onePassBack(const std::string& text) {
   return out;
 }
 
-/// Each text between quotes or control characters where it has to be, and a line end. A look at
-/// each byte, of which a table says what it asks for.
-std::string writeOnePass(const Texts& texts) {
+/// What a byte asks for: 1 for quotes around its text, 2 for control characters.
+const auto& asksFor() {
   static const auto table = [] {
-    std::vector<char> asks(256);
+    std::array<char, 256> asks{};
     for (const char c : std::string(StreamString::non_identifier_characters)) {
       asks[static_cast<unsigned char>(c)] = std::strchr("\t\n\r\"", c) != nullptr ? 2 : 1;
     }
     return asks;
   }();
-  const auto encode = [](const std::string& text) {
+  return table;
+}
+
+/// Each text between quotes or control characters where it has to be, and a line end; with a look
+/// at each byte.
+std::string writeOnePass(const Texts& texts) {
+  const auto& table = asksFor();
+  const auto encode = [&table](const std::string& text) {
     int asks = 0;
     for (const char c : text) {
       asks |= table[static_cast<unsigned char>(c)];
@@ -89,13 +96,17 @@ std::string writeOnePass(const Texts& texts) {
 }
 
 Texts readOnePass(const std::string& text) {
+  const auto& table = asksFor();
   Texts out;
   for (const char* at = text.data(); *at != '\0';) {
-    const char close = *at == '"' ? '"' : *at == '\x02' ? '\x03' : '\n';
-    const char* begin = close == '\n' ? at : at + 1;
-    const char* end = std::strchr(begin, close);
+    const char close = *at == '"' ? '"' : *at == '\x02' ? '\x03' : '\0';
+    const char* begin = close == '\0' ? at : at + 1;
+    const char* end = begin;
+    while (close == '\0' ? table[static_cast<unsigned char>(*end)] == 0 : *end != close) {
+      ++end;
+    }
     out.emplace_back(begin, end);
-    at = std::strchr(end, '\n') + 1;
+    at = end + (close == '\0' ? 1 : 2);
   }
   return out;
 }

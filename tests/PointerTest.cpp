@@ -1,5 +1,4 @@
 #include <tolvane/Counter.hpp>
-#include <tolvane/Provenance.hpp>
 #include <tolvane/SpeakPtr.hpp>
 #include <tolvane/StrongPtr.hpp>
 
@@ -115,7 +114,6 @@ TEST(Pointer, CountsTellWhatIsHeld) {
   } steps[] = {
       {1, 1, [&] { empty = empty = strong; }, [&] { empty = nullptr; }},
       {1, 1, [&] { empty = weak; }, [&] { empty.reset(); }},
-      {1, 1, [&] { empty = strong.get(); }, [&] { empty = NodePtr(); }},
       {0, 1, [&] { emptyWeak = weak; }, [&] { emptyWeak = nullptr; }},
       {0, 1, [&] { emptyWeak = strong; }, [&] { emptyWeak.reset(); }},
       {0, 0, [&] { strong = *&strong; }, [&] { strong = std::move(*&strong); }},
@@ -148,9 +146,8 @@ TEST(Pointer, NewObjectsHoldTheirRecord) {
 
   const NodePtr empty;
   const NodeWeak emptyWeak(nullptr);
-  const Strong<Leaf> fromNull(static_cast<Both*>(nullptr));
-  EXPECT_FALSE(empty || emptyWeak || fromNull || emptyWeak.lock() || Strong<Leaf>(emptyWeak) ||
-               Weak<Mixin>(empty) || NodePtr(fromNull));
+  EXPECT_FALSE(empty || Strong<Leaf>(static_cast<Both*>(nullptr)) || emptyWeak.lock() ||
+               Strong<Leaf>(emptyWeak) || Weak<Mixin>(empty) || NodePtr(Strong<Leaf>()));
   EXPECT_EQ(empty.strongCount() + empty.weakCount() + emptyWeak.weakCount(), 0);
 
   // Copies of an object are objects of their own.
@@ -158,29 +155,19 @@ TEST(Pointer, NewObjectsHoldTheirRecord) {
   EXPECT_NE(copy->self().serial(), first->self().serial());
   EXPECT_EQ(copy->instanceNumber(), first->instanceNumber() + 1);
   *copy = Node();
-  EXPECT_EQ(copy->instanceNumber(), first->instanceNumber() + 1);
-  EXPECT_EQ(copy.strongCount(), 1);
+  EXPECT_TRUE(copy->instanceNumber() == first->instanceNumber() + 1 && copy.strongCount() == 1);
 }
 
 TEST(Pointer, SerialsAreFreshForEveryPointer) {
   const NodePtr strong = new Both;
   const NodeWeak weak = strong;
-  NodeWeak dead;
-  dead = NodePtr(new Node);
-  // Of whatever kind, and whether they refer to an object or not.
-  std::uint64_t last = PointerID;
-  const auto isFresh = [&](const auto& pointer) {
-    return pointer.serial() > std::exchange(last, pointer.serial()) && last <= PointerID;
-  };
-  EXPECT_TRUE(isFresh(NodePtr()) && isFresh(Weak<Leaf>(nullptr)) && isFresh(NodePtr(strong)));
-  EXPECT_TRUE(isFresh(NodeWeak(weak)) && isFresh(weak.lock()) && isFresh(Strong<Leaf>(weak)));
-  EXPECT_TRUE(isFresh(Strong<Stranger>(strong)) && isFresh(NodePtr(weak.lock())) &&
-              isFresh(dead.lock()) && isFresh(Node().self()));
-  // The new value is the serial, for an object as well.
+  // Of whatever kind, and whether they refer to an object or not; the new value is the serial.
   PointerID = 1000;
-  const NodePtr next;
-  const Node object;
-  EXPECT_TRUE(next.serial() == 1001 && object.self().serial() == 1002 && PointerID == 1002);
+  const auto isFresh = [](const auto& pointer) { return pointer.serial() == PointerID; };
+  EXPECT_TRUE(isFresh(NodePtr()) && isFresh(Weak<Leaf>(nullptr)) && isFresh(NodePtr(strong)) &&
+              isFresh(NodeWeak(weak)) && isFresh(weak.lock()) && isFresh(Strong<Leaf>(weak)) &&
+              isFresh(Strong<Stranger>(strong)) && isFresh(Node().self()));
+  EXPECT_EQ(PointerID, 1008U);
   // A pointer that is given another object, or loses the one it had, is the same pointer.
   NodePtr assigned;
   const std::uint64_t serial = assigned.serial();
@@ -188,14 +175,12 @@ TEST(Pointer, SerialsAreFreshForEveryPointer) {
   NodePtr other = std::move(assigned);
   assigned.swap(other);
   assigned.reset();
-  EXPECT_EQ(assigned.serial(), serial);
-  EXPECT_EQ(RefererObjectCount, 0);
+  EXPECT_TRUE(assigned.serial() == serial && RefererObjectCount == 0);
 }
 
 namespace {
 
 struct FirstKind : ReferenceBase<FirstKind> {};
-struct SecondKind : ReferenceBase<SecondKind> {};
 struct DerivedKind : FirstKind {};
 
 } // namespace
@@ -211,11 +196,9 @@ std::uint64_t instanceNumberInsideAnother();
 
 TEST(Pointer, InstancesAreNumberedPerType) {
   EXPECT_EQ(FirstKind().instanceNumber(), 0U);
-  EXPECT_EQ(SecondKind().instanceNumber(), 0U);
   EXPECT_EQ(DerivedKind().instanceNumber(), 1U);
   EXPECT_EQ(instanceNumberOfAnotherFirstKind(), 0U);
-  EXPECT_EQ(FirstKind().instanceNumber(), 2U);
-  EXPECT_TRUE(FirstKind::instancesMade() == 3 && SecondKind::instancesMade() == 1);
+  EXPECT_EQ(FirstKind::instancesMade(), 2U);
   EXPECT_EQ(instanceNumberInside(), 0U);
 #ifndef __clang__ // which does not mark types inside static functions as local
   EXPECT_EQ(instanceNumberInsideAnother(), 0U);
@@ -229,20 +212,18 @@ TEST(Pointer, ConversionsFindTheObject) {
   EXPECT_NE(static_cast<const void*>(mixin.get()), static_cast<const void*>(node.get()));
   EXPECT_EQ(mixin->tag, 2);
   // From each to each, strong and weak.
-  const auto check = [&](const auto& pointer) {
-    EXPECT_EQ(NodePtr(pointer).get(), object);
-    EXPECT_EQ(NodeWeak(pointer).get(), object);
-    EXPECT_EQ(Strong<Leaf>(pointer).get(), object);
-    EXPECT_EQ(Strong<Mixin>(pointer).get(), object);
-    EXPECT_EQ(Weak<Mixin>(pointer).get(), object);
-    EXPECT_EQ(Weak<Both>(pointer).lock().get(), object);
-    EXPECT_EQ(StrongPtr<const Node>(pointer).get(), object);
-    EXPECT_EQ(Weak<const Mixin>(pointer).lock().get(), object);
-    EXPECT_FALSE(Strong<Stranger>(pointer) || Weak<Stranger>(pointer));
+  const auto check = [&](const auto&... pointer) {
+    EXPECT_TRUE(((NodePtr(pointer).get() == object) && ...));
+    EXPECT_TRUE(((NodeWeak(pointer).get() == object) && ...));
+    EXPECT_TRUE(((Strong<Leaf>(pointer).get() == object) && ...));
+    EXPECT_TRUE(((Strong<Mixin>(pointer).get() == object) && ...));
+    EXPECT_TRUE(((Weak<Both>(pointer).lock().get() == object) && ...));
+    EXPECT_TRUE(((StrongPtr<const Node>(pointer).get() == object) && ...));
+    EXPECT_TRUE(((Weak<const Mixin>(pointer).lock().get() == object) && ...));
+    EXPECT_FALSE(((Strong<Stranger>(pointer) || Weak<Stranger>(pointer)) || ...));
   };
-  check(node), check(mixin), check(Strong<Leaf>(node)), check(Strong<Both>(mixin));
-  check(NodeWeak(node)), check(Weak<Leaf>(node)), check(Weak<Mixin>(node)),
-      check(Weak<Both>(mixin));
+  check(node, mixin, Strong<Leaf>(node), Strong<Both>(mixin), NodeWeak(node), Weak<Leaf>(node),
+        Weak<Mixin>(node), Weak<Both>(mixin));
   EXPECT_EQ(node.strongCount(), 2);
 
   // Through a virtual base, where only the dynamic cast knows the way.
@@ -264,8 +245,6 @@ TEST(Pointer, MovesTakeTheHoldOrLeaveIt) {
   EXPECT_FALSE(stranger);
   node = std::move(leaf);
   EXPECT_TRUE(!leaf.get() && node == weak) << "a failing conversion left it where it was";
-  NodeWeak moved = NodeWeak(weak), last = std::move(moved);
-  EXPECT_TRUE(moved.weakCount() == 0 && last == weak && weak.strongCount() == 1);
 
   // The head of a chain moves down to the rest, whose hold lies in what it lets go of.
   struct Link : ReferenceBase<Link> {
@@ -292,7 +271,7 @@ TEST(Pointer, ComparesByRecord) {
   Node* const object = first.get();
   const Both* const derived = dynamic_cast<Both*>(object);
 
-  EXPECT_TRUE(first == first && first == firstWeak && firstWeak == first && first == firstLeaf &&
+  EXPECT_TRUE(first == firstWeak && firstWeak == first && first == firstLeaf &&
               firstMixin == firstLeaf && firstWeak == firstMixin);
   EXPECT_TRUE(first == object && object == first && firstWeak == object && firstLeaf == object &&
               firstMixin == derived && derived == first && first->self() == first);
@@ -383,32 +362,22 @@ TEST(PointerLife, ObjectsDestroyedByHandAreDeadForTheirPointers) {
   expectDead(weak, 3);
   // A copy of a dead strong pointer holds the record only.
   NodePtr copy = strong, up = leaf, assigned;
-  const Strong<Leaf> leafCopy = leaf;
   assigned = strong;
-  EXPECT_TRUE(weak.strongCount() == -111 && weak.weakCount() == 7);
-  EXPECT_FALSE(strong || leaf || copy || leafCopy || up || assigned);
+  EXPECT_TRUE(weak.strongCount() == -111 && weak.weakCount() == 6);
+  EXPECT_FALSE(strong || leaf || copy || up || assigned);
   EXPECT_TRUE(copy == strong && strong == weak);
   copy.reset();
   up = std::move(assigned);
   strong = leaf = nullptr;
-  EXPECT_TRUE(weak.strongCount() == -111 && weak.weakCount() == 3);
-
-  NodeWeak left;
-  {
-    Leaf onTheStack;
-    left = &onTheStack;
-    EXPECT_TRUE(left);
-  }
-  expectDead(left, 1);
+  EXPECT_TRUE(weak.strongCount() == -111 && weak.weakCount() == 2);
 }
 
 namespace {
 
 struct Failing : Node {
-  Failing(NodeWeak& weak, NodeWeak& derived, NodePtr* strong) {
-    weak = this;
-    derived = Weak<Failing>(this);
-    EXPECT_TRUE(weak && derived);
+  Failing(NodeWeak& weak, NodePtr* strong) {
+    weak = Weak<Failing>(this);
+    EXPECT_TRUE(weak);
     if (strong)
       *strong = this;
     throw std::runtime_error("not today");
@@ -433,19 +402,15 @@ struct Farewell : Node {
 
 TEST(PointerLife, HalfBuiltAndDyingObjectsAreDead) {
   for (const bool held : {false, true}) {
-    NodeWeak weak, derived;
+    NodeWeak weak;
     NodePtr strong;
-    EXPECT_THROW(NodePtr(new Failing(weak, derived, held ? &strong : nullptr)), std::runtime_error);
-    EXPECT_EQ(Node::alive, 0);
-    EXPECT_FALSE(strong);
-    expectDead(weak, held ? 3 : 2);
-    EXPECT_EQ(weak, derived);
+    EXPECT_THROW(NodePtr(new Failing(weak, held ? &strong : nullptr)), std::runtime_error);
+    EXPECT_TRUE(Node::alive == 0 && !strong);
+    expectDead(weak, held ? 2 : 1);
   }
   NodeWeak left;
   NodePtr strong = new Farewell(left);
-  testing::internal::CaptureStdout();
   strong.reset();
-  EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
   expectDead(left, 1);
 }
 
@@ -480,11 +445,8 @@ TEST(PointerLife, HookForTheLastPointer) {
     std::function<void(Hooked&)> hook;
   } cases[] = {
     CASE(0, 1, static_cast<void>(o)),
-    CASE(0, 1, Ptr(&o).reset()),
     CASE(0, 1, o.self().lock().reset()),
-    CASE(0, 1, StrongPtr<const Hooked>(o.self()).reset()),
     CASE(0, 2, keptWeak = &o),
-    CASE(1, 3, kept = &o),
     CASE(1, 3, kept = &o; Ptr(kept).reset()),
     CASE(0, 1, kept = &o; kept.reset()),
     CASE(0, 1, delete &o), // by hand
@@ -504,30 +466,19 @@ TEST(PointerLife, HookForTheLastPointer) {
     strong.reset();
     EXPECT_EQ(Hooked::calls, 0); // not the last one
     second.reset();
-    EXPECT_EQ(Hooked::calls, 1);
-    EXPECT_EQ(Hooked::alive, c.alive);
-    EXPECT_EQ(weak.strongCount(), c.alive > 0 ? 1 : -111);
-    EXPECT_EQ(weak.weakCount(), c.weak);
+    EXPECT_TRUE(Hooked::calls == 1 && Hooked::alive == c.alive && weak.weakCount() == c.weak &&
+                weak.strongCount() == (c.alive > 0 ? 1 : -111));
     kept.reset();
     keptWeak.reset();
-    EXPECT_EQ(Hooked::calls, 1 + c.alive);
-    EXPECT_TRUE(Hooked::alive == 0 && weak.strongCount() == -111 && weak.weakCount() == 1);
+    EXPECT_TRUE(Hooked::calls == 1 + c.alive && Hooked::alive == 0 && weak.weakCount() == 1);
   }
-  // Every way to lose the last pointer asks; nobody is asked for an object destroyed by hand.
-  const std::function<void(Ptr)> ways[] = {
-      [](const Ptr&) {},
-      [](Ptr p) { p = nullptr; },
-      [](Ptr p) { p = new Hooked([](Hooked&) {}); },
-      [](Ptr p) { p = Ptr(); },
-  };
-  for (const auto& lose : ways) {
-    bool asked = false;
-    lose(new Hooked([&](Hooked&) { asked = true; }));
-    EXPECT_TRUE(asked && Hooked::alive == 0) << &lose - ways;
-  }
+  // An assignment that loses the last pointer asks as well; a destruction by hand does not.
   Hooked::calls = 0;
-  delete new Hooked([](Hooked&) {});
-  EXPECT_EQ(Hooked::calls, 0);
+  Ptr replaced = new Hooked([](Hooked&) {});
+  replaced = new Hooked([](Hooked&) {});
+  EXPECT_TRUE(Hooked::calls == 1 && Hooked::alive == 1);
+  delete replaced.get();
+  EXPECT_EQ(Hooked::calls, 1);
 }
 
 TEST(PointerLife, ReplacedObjectsSeeWhatReplacedThem) {
@@ -539,32 +490,17 @@ TEST(PointerLife, ReplacedObjectsSeeWhatReplacedThem) {
   StrongPtr<Looking> pointer;
   int looks = 0;
   const StrongPtr<Looking> next = new Looking([] {});
-  const std::function<void()> steps[] = {
-      [&] { pointer = next; },
-      [&] { pointer = StrongPtr<Looking>(next); },
-      [&] { pointer = next.get(); },
-  };
-  for (const auto& step : steps) {
-    pointer = new Looking([&] { looks += pointer == next; });
-    step();
-  }
+  pointer = new Looking([&] { looks += pointer == next; });
+  pointer = next;
+  pointer = new Looking([&] { looks += pointer == next; });
+  pointer = StrongPtr<Looking>(next);
   // It may even take the pointer that loses it for something else.
   pointer = new Looking([&] {
     looks += !pointer;
     pointer = next;
   });
   pointer.reset();
-  EXPECT_EQ(pointer, next);
-  EXPECT_EQ(looks, 4);
-}
-
-TEST(PointerLife, ChainsOfRecordsEndWithoutADeepStack) {
-  StrongPtr<Provenance> leaf;
-  for (int i = 0; i < 1000000; ++i)
-    leaf = new Provenance("step", leaf);
-  const WeakPtr<Provenance> watching = leaf->parent();
-  leaf.reset();
-  EXPECT_FALSE(watching);
+  EXPECT_TRUE(pointer == next && looks == 3);
 }
 
 namespace {
@@ -582,19 +518,6 @@ struct Holder {
 };
 
 constexpr int largest = std::numeric_limits<std::int32_t>::max();
-
-/// Sets the counts of an object, and sets them right before its pointers are dropped.
-struct Counts {
-  explicit Counts(const NodePtr& pointer)
-      : record(*detail::PointerAccess::referer(pointer)), right(record.counts()) {}
-  ~Counts() { record.setCounts(right); }
-  void set(int strong, int weak) { record.setCounts({strong, weak}); }
-  bool are(int strong, int weak) const {
-    return record.counts().strong == strong && record.counts().weak == weak;
-  }
-  detail::Referer& record;
-  const detail::Referer::Counts right;
-};
 
 } // namespace
 
@@ -615,28 +538,26 @@ TEST(PointerLife, MembersCopiedFromThemselvesStayEmpty) {
 }
 
 TEST(PointerLife, CountsEndAtTheLargestNumber) {
-  auto* const object = new Leaf;
-  const NodePtr strong = object;
+  const NodePtr strong = new Leaf;
   const Strong<Leaf> leaf(strong);
   const NodeWeak weak = strong;
-  NodePtr assigned;
   const struct {
     std::function<void()> raise;
     bool raisesStrong, holdsTheDead, ofLeaf;
   } ways[] = {
       {[&] { const NodePtr copy = strong; }, true, true, false},
       {[&] { const Strong<Leaf> copy = leaf; }, true, true, true},
-      {[&] { assigned = strong; }, true, true, false},
-      {[&] { const NodePtr made = object; }, true, true, false},
       {[&] { const NodePtr up = leaf; }, true, true, false},
       {[&] { const Strong<Leaf> down(strong); }, true, false, true},
       {[&] { const NodePtr locked = weak.lock(); }, true, false, false},
-      {[&] { const Strong<Leaf> down(weak); }, true, false, true},
       {[&] { NodePtr::holdIfHeld(weak); }, true, false, false},
       {[&] { const NodeWeak copy = weak; }, false, true, false},
-      {[&] { const NodeWeak made = leaf; }, false, true, false},
       {[&] { const Weak<Leaf> down(weak); }, false, false, true},
-      {[&] { const NodeWeak made = object; }, false, true, false},
+  };
+  detail::Referer& record = *detail::PointerAccess::referer(strong);
+  const detail::Referer::Counts right = record.counts();
+  const auto countsAre = [&](int strongs, int weaks) {
+    return record.counts().strong == strongs && record.counts().weak == weaks;
   };
   for (const auto& way : ways) {
     // The last four are around where the counts begin to be looked at before the step.
@@ -646,28 +567,28 @@ TEST(PointerLife, CountsEndAtTheLargestNumber) {
           std::tuple(-111, largest, way.holdsTheDead), std::tuple(largest - 65535, 10, false),
           std::tuple(largest - 65536, 10, false), std::tuple(10, largest - 65535, false),
           std::tuple(10, largest - 65536, false)}) {
-      Counts counts(strong);
-      counts.set(strongs, weaks);
+      record.setCounts({strongs, weaks});
       bool threw = false;
       try {
         way.raise();
       } catch (const MaxExceptionCount& e) {
-        threw = e.count() == largest && e.base() == typeid(Node) && !assigned.weakCount() &&
+        threw = e.count() == largest && e.base() == typeid(Node) &&
                 e.type() == (way.ofLeaf ? typeid(Leaf) : typeid(Node));
       }
-      assigned.reset();
-      EXPECT_EQ(threw, throws) << &way - ways << ' ' << strongs << ' ' << weaks;
-      EXPECT_TRUE(counts.are(strongs, weaks)) << &way - ways << ' ' << strongs << ' ' << weaks;
+      EXPECT_TRUE(threw == throws && countsAre(strongs, weaks))
+          << &way - ways << ' ' << strongs << ' ' << weaks;
+      record.setCounts(right);
     }
   }
   // At the limit a pointer is still moved, used, and dropped.
-  Counts counts(strong);
-  counts.set(largest - 1, 10);
+  record.setCounts({largest - 1, 10});
   NodePtr last = strong;
-  EXPECT_TRUE(counts.are(largest, 11));
-  const NodePtr moved = std::move(last);
+  EXPECT_TRUE(countsAre(largest, 11));
+  NodePtr moved = std::move(last);
   EXPECT_EQ(moved->number, 1);
-  counts.set(3, 5);
+  moved.reset();
+  EXPECT_TRUE(countsAre(largest - 1, 10));
+  record.setCounts(right);
 }
 
 TEST(PointerLife, HoldThatNobodyCountedIsReported) {
@@ -685,16 +606,12 @@ TEST(PointerLife, HoldThatNobodyCountedIsReported) {
 }
 
 TEST(Counter, TellsWhenItReachesZero) {
-  static_assert(sizeof(Counter) == 4);
   Counter counter;
-  ++counter;
-  EXPECT_EQ((++counter).value(), 2U);
+  ++ ++counter;
   EXPECT_FALSE(--counter);
   EXPECT_TRUE(--counter);
   EXPECT_FALSE(--counter); // below zero it wraps
   EXPECT_EQ(counter.value(), 0xffffffffU);
-  bool locked = true;
   const std::lock_guard lock(counter_mutex());
-  std::thread([&] { locked = counter_mutex().try_lock(); }).join();
-  EXPECT_FALSE(locked); // it is one for all
+  std::thread([] { EXPECT_FALSE(counter_mutex().try_lock()); }).join(); // it is one for all
 }

@@ -15,279 +15,255 @@
 #include <functional>
 #include <gtest/gtest.h>
 #include <stdexcept>
-#include <typeindex>
 
 namespace {
 
 using namespace Tolvane;
-using Outcome = LoaderParameters::Attempt::Outcome;
 using Parameters = StrongPtr<LoaderParameters>;
 using Extensions = std::list<std::string>;
 using Base = LoaderRegistryBase;
 
 template <int>
 struct Key {};
+struct Domain {};
+struct A {};
+struct B {};
+struct C {};
 
-/// A loader that does what it is told and counts itself.
+/// A loader that does what its name says, or `onRun`, and counts itself.
 struct Scripted : LoaderBase {
-  explicit Scripted(std::string loaderName, Extensions extensions = {})
+  explicit Scripted(std::string loaderName = "-", Extensions extensions = {})
       : LoaderBase(std::move(extensions)), name(std::move(loaderName)) {
     ++alive;
   }
   ~Scripted() override { --alive; }
+  using LoaderBase::setExtensions;
   bool isloadable(const Parameters& given) override { return run(given, nullptr); }
   bool load(const Parameters& given, ldrpar* special) override { return run(given, special); }
   StrongPtr<LoaderRequest> loadrequest(const Parameters& given, ldrpar* special) override {
     return run(given, special) ? new LoaderRequest(name) : nullptr;
   }
   bool run(const Parameters& given, ldrpar* special) {
-    lastParameters = given;
+    lastParameters = given.get();
     lastSpecial = special;
     asked += name;
-    return onRun && onRun(given);
+    if (name == "r" || name == "t")
+      given->setStatusText("too short");
+    if (name == "s")
+      given->setStatusText(given->statusText()); // the same words are a reason of its own
+    if (name == "t" || name == "T")
+      throw std::runtime_error("broken");
+    if (name == "i") // loads another file through the same parameters, and so resets their text
+      return LoaderRegistry<Key<9>>::load(given);
+    return onRun ? onRun() : name == "+";
   }
   static inline int alive = 0;
   static inline std::string asked;
-  const std::string name;
-  std::function<bool(const Parameters&)> onRun;
-  Parameters lastParameters;
+  std::string name;
+  std::function<bool()> onRun;
+  const LoaderParameters* lastParameters = nullptr;
   ldrpar* lastSpecial = nullptr;
 };
-struct First : Scripted {
-  using Scripted::Scripted;
-};
-struct Second : Scripted {
-  using Scripted::Scripted;
+
+struct Progress : LoaderProgress {
+  bool tryLoader(const WeakPtr<LoaderBase>& loader, const std::type_info& domain, int index,
+                 int count) override {
+    const std::lock_guard lock(mutex());
+    EXPECT_THROW(mutex().lock(), std::system_error);
+    EXPECT_TRUE(domain == typeid(Domain) && count == 3);
+    const std::string name = StrongPtr<Scripted, LoaderBase>(loader)->name;
+    calls += name + std::to_string(index) + ' ';
+    parameters->setStatusText("asking"); // no loader's reason
+    return name != "v";
+  }
+  LoaderParameters* parameters = nullptr;
+  std::string calls;
 };
 
-/// The loaders `a`, `b` and `c` in a domain of their own. They are asked in the order of the
-/// registry, which is no concern of the tests: `order` tells it.
-template <class Domain>
-struct ThreeLoaders {
-  ThreeLoaders() {
-    append<0>("a", {".x", ".y"});
-    append<1>("b", {});
-    append<2>("c", {".y"});
-    for (const auto& loader : Base::loaders(typeid(Domain))) {
+/// Three loaders in a domain. They are asked in the order of the registry, whatever it is: a test
+/// gives them their names, and so their ways, in this order.
+class LoaderRegistryTest : public testing::Test {
+protected:
+  LoaderRegistryTest() {
+    append<0>();
+    append<1>();
+    append<2>();
+    for (const auto& loader : Base::loaders(typeid(Domain)))
       order.push_back(static_cast<Scripted*>(loader.get()));
-      names += order.back()->name;
-    }
   }
-  ~ThreeLoaders() { Base::forget(typeid(Domain)); }
+  ~LoaderRegistryTest() override {
+    Base::forget(typeid(Domain));
+    EXPECT_EQ(Scripted::alive, 0);
+  }
   template <int I>
-  void append(const char* name, const Extensions& extensions) {
-    Base::domain_append(typeid(Key<I>), new Scripted(name, extensions), typeid(Domain));
+  static void append() {
+    Base::domain_append(typeid(Key<I>), new Scripted, typeid(Domain));
+  }
+  void name(const std::string& names) {
+    for (std::size_t i = 0; i < order.size(); ++i) {
+      order[i]->name = names[i];
+      order[i]->setExtensions({'.' + order[i]->name, ".all"});
+    }
   }
   static bool load(const Parameters& parameters, LoaderBase::ldrpar* special = nullptr) {
     Scripted::asked.clear();
     return LoaderRegistry<Domain>::load(parameters, special);
   }
   std::vector<Scripted*> order;
-  std::string names;
 };
 
-TEST(LoaderRegistry, KeepsOneLoaderPerKeyAndDomain) {
-  struct DomainA {};
-  struct DomainB {};
-  const StrongPtr<LoaderBase> loader = new Scripted("both");
-  Base::domain_append(typeid(Key<0>), new Scripted("replaced"), typeid(DomainA));
-  Base::domain_append(typeid(Key<0>), loader, typeid(DomainA));
-  Base::domain_append(typeid(Key<0>), loader, typeid(DomainA));
-  Base::domain_append(typeid(Key<1>), loader, typeid(DomainB));
-  EXPECT_TRUE(Scripted::alive == 1 && loader.strongCount() == 3);
-  EXPECT_EQ(Base::loaders(typeid(DomainA)), std::vector{loader});
-  EXPECT_EQ(Base::loaders(typeid(DomainB)), std::vector{loader});
-
-  EXPECT_FALSE(Base::domain_remove(typeid(Key<1>), typeid(DomainA)) ||
+TEST_F(LoaderRegistryTest, KeepsOneLoaderPerKeyAndDomain) {
+  const StrongPtr<LoaderBase> loader = new Scripted;
+  const auto loaders = [] {
+    return std::to_string(Base::loaders(typeid(A)).size()) + " and " +
+           std::to_string(Base::loaders(typeid(B)).size());
+  };
+  Base::domain_append(typeid(Key<0>), new Scripted("replaced"), typeid(A));
+  Base::domain_append(typeid(Key<0>), loader, typeid(A));
+  Base::domain_append(typeid(Key<0>), loader, typeid(A));
+  Base::domain_append(typeid(Key<1>), loader, typeid(B));
+  EXPECT_TRUE(Scripted::alive == 4 && loader.strongCount() == 3);
+  EXPECT_EQ(loaders(), "1 and 1");
+  EXPECT_FALSE(Base::domain_remove(typeid(Key<1>), typeid(A)) ||
                Base::domain_remove(typeid(Key<1>), typeid(Key<1>)));
-  EXPECT_TRUE(Base::domain_remove(typeid(Key<0>), typeid(DomainA)));
-  EXPECT_TRUE(Base::loaders(typeid(DomainA)).empty());
+  EXPECT_TRUE(Base::domain_remove(typeid(Key<0>), typeid(A)));
+  EXPECT_EQ(loaders(), "0 and 1");
   Base::forget(typeid(Key<1>));
-  EXPECT_TRUE(Base::loaders(typeid(DomainB)).empty());
+  EXPECT_EQ(loaders(), "0 and 0");
   EXPECT_EQ(loader.strongCount(), 1);
 
-  const auto knowsA = [] { return std::ranges::count(Base::domains(), TypeInfo(typeid(DomainA))); };
-  LoaderRegistry<DomainA>::isloadable(nullptr);
-  EXPECT_EQ(knowsA(), 1) << "asking for a load makes the domain known";
-  Base::forget(typeid(DomainA));
-  Base::loaders(typeid(DomainA));
-  EXPECT_EQ(knowsA(), 0);
+  const LoaderRegistry<A>::Registration<Scripted> registration("s", Extensions{".s"});
+  LoaderRegistry<A>::append(nullptr);
+  EXPECT_EQ(registration.loader()->extensions(), Extensions{".s"});
+  EXPECT_EQ(loaders(), "1 and 0");
+  Base::forget(typeid(A));
 
+  const auto knowsA = [] { return std::ranges::count(Base::domains(), TypeInfo(typeid(A))); };
+  LoaderRegistry<A>::isloadable(nullptr);
+  EXPECT_EQ(knowsA(), 1) << "asking for a load makes the domain known";
+  Base::forget(typeid(A));
+  Base::loaders(typeid(A));
+  EXPECT_EQ(knowsA(), 0);
   const Parameters parameters = new LoaderParameters({"f"});
-  EXPECT_FALSE(LoaderRegistry<DomainA>::load(parameters) ||
-               LoaderRegistry<DomainA>::load(nullptr) ||
-               LoaderRegistry<DomainA>::isloadable(parameters) ||
-               LoaderRegistry<DomainA>::loadrequest(parameters));
-  EXPECT_EQ(parameters->statusText(), "No loader available. ");
-  EXPECT_EQ(parameters->describeAttempts(), "");
+  EXPECT_FALSE(LoaderRegistry<A>::load(parameters) || LoaderRegistry<A>::isloadable(parameters) ||
+               LoaderRegistry<A>::loadrequest(parameters));
+  EXPECT_EQ(parameters->statusText() + parameters->describeAttempts(), "No loader available. ");
 }
 
-TEST(LoaderRegistry, AsksUntilOneSucceeds) {
-  struct Domain {};
-  ThreeLoaders<Domain> loaders;
+TEST_F(LoaderRegistryTest, AsksUntilOneSucceeds) {
+  name("-+-");
   const Parameters parameters = new LoaderParameters({"f"});
   LoaderBase::ldrpar special;
-  loaders.order[1]->onRun = [](const Parameters&) { return true; };
-  const std::string firstTwo = loaders.names.substr(0, 2);
-
   Scripted::asked.clear();
   EXPECT_TRUE(LoaderRegistry<Domain>::isloadable(parameters));
-  const auto request = LoaderRegistry<Domain>::loadrequest(parameters, &special);
-  EXPECT_TRUE(request->url() == loaders.order[1]->name && request->buffer().empty());
-  EXPECT_EQ(Scripted::asked, firstTwo + firstTwo);
+  EXPECT_EQ(LoaderRegistry<Domain>::loadrequest(parameters, &special)->url(), "+");
+  EXPECT_EQ(Scripted::asked, "-+-+");
   EXPECT_EQ(parameters->statusText(), "") << "only a load writes it";
-  EXPECT_TRUE(loaders.load(parameters, &special));
-  EXPECT_EQ(Scripted::asked, firstTwo);
-  EXPECT_EQ(loaders.order[0]->lastParameters, parameters);
-  EXPECT_EQ(loaders.order[0]->lastSpecial, &special);
-  EXPECT_TRUE(loaders.load(nullptr)) << "without parameters the loaders are asked all the same";
-  EXPECT_EQ(Scripted::asked, firstTwo);
-  EXPECT_FALSE(loaders.order[0]->lastParameters);
-
-  Extensions extensions{"before"}, expected{"before"};
-  Base::getSupportedDomainExtensions(extensions, typeid(Domain));
-  for (const Scripted* loader : loaders.order)
-    expected.insert(expected.end(), loader->extensions().begin(), loader->extensions().end());
-  EXPECT_EQ(extensions, expected);
-}
-
-TEST(LoaderRegistry, TellsWhoWasAskedAndWhyEachRefused) {
-  struct Domain {};
-  ThreeLoaders<Domain> loaders;
-  const Parameters parameters = new LoaderParameters({"f"});
-  loaders.order[0]->onRun = [](const Parameters& given) {
-    EXPECT_EQ(given->statusText(), "No loader available. ");
-    given->setStatusText("too short");
-    return false;
-  };
-  loaders.order[2]->onRun = [](const Parameters& given) {
-    given->setStatusText(given->statusText()); // the same words are a reason of its own
-    return false;
-  };
-  EXPECT_FALSE(loaders.load(parameters));
-  EXPECT_EQ(Scripted::asked, loaders.names);
-  EXPECT_EQ(parameters->statusText(), "too short");
-  const std::string loader = "(anonymous namespace)::Scripted: ", tooShort = loader + "too short\n",
-                    withoutReason = loader + "refused without a reason\n";
-  EXPECT_EQ(parameters->describeAttempts(), tooShort + withoutReason + tooShort);
-
-  // The second loader throws: the account is there all the same, and the next load starts afresh.
-  loaders.order[1]->onRun = [](const Parameters& given) -> bool {
-    given->setStatusText("bad header");
-    throw std::runtime_error("broken");
-  };
-  EXPECT_THROW(loaders.load(parameters), std::runtime_error);
-  ASSERT_EQ(parameters->attempts().size(), 2u);
-  EXPECT_TRUE(parameters->attempts()[0].outcome == Outcome::Refused &&
-              parameters->attempts()[1].outcome == Outcome::Threw);
-  EXPECT_EQ(parameters->attempts()[1].reason, "bad header");
-  EXPECT_EQ(loaders.order[1]->lastParameters.strongCount(), 4) << "no hold is left behind";
-
-  // It loads another file through the same parameters, and so resets the text that they carry.
-  struct Inner {};
-  loaders.order[2]->onRun = nullptr;
-  loaders.order[1]->onRun = [](const Parameters& p) { return LoaderRegistry<Inner>::load(p); };
-  EXPECT_FALSE(loaders.load(parameters));
-  EXPECT_EQ(parameters->describeAttempts(),
-            tooShort + loader + "No loader available. \n" + withoutReason);
-}
-
-struct Progress : LoaderProgress {
-  explicit Progress(std::string left = "") : vetoed(std::move(left)) {}
-  bool tryLoader(const WeakPtr<LoaderBase>& loader, const std::type_info& domain, int index,
-                 int count) override {
-    const std::lock_guard lock(mutex());
-    EXPECT_THROW(mutex().lock(), std::system_error);
-    last = &domain;
-    calls += StrongPtr<Scripted, LoaderBase>(loader)->name + std::to_string(index) +
-             std::to_string(count) + ' ';
-    return vetoed.find(std::to_string(index)) == std::string::npos;
+  // Without parameters the loaders are asked all the same.
+  for (const Parameters& given : {parameters, Parameters()}) {
+    EXPECT_TRUE(load(given, &special));
+    EXPECT_EQ(Scripted::asked, "-+");
+    EXPECT_TRUE(order[0]->lastParameters == given.get() && order[0]->lastSpecial == &special);
   }
-  const std::string vetoed;
-  const std::type_info* last = nullptr;
-  std::string calls;
-};
-
-TEST(LoaderRegistry, ProgressMayLeaveLoadersOut) {
-  struct Domain {};
-  ThreeLoaders<Domain> loaders;
-  const std::string& n = loaders.names;
-  loaders.order[2]->onRun = [](const Parameters&) { return true; };
-  const auto load = [&](const StrongPtr<Progress, InterfaceBase>& progress) {
-    const Parameters parameters = new LoaderParameters({"f"});
-    parameters->addInterface(progress);
-    const bool loaded = loaders.load(parameters);
-    for (const char index : progress->vetoed)
-      EXPECT_EQ(parameters->attempts().at(static_cast<unsigned char>(index - '0')).outcome,
-                Outcome::Vetoed);
-    EXPECT_EQ(*progress->last, typeid(Domain));
-    return Scripted::asked + (loaded ? " loaded " : " refused ") + progress->calls;
-  };
-  const std::string all = n.substr(0, 1) + "03 " + n[1] + "13 " + n[2] + "23 ";
-  EXPECT_EQ(load(new Progress), n + " loaded " + all);
-  EXPECT_EQ(load(new Progress("0")), n.substr(1) + " loaded " + all);
-  EXPECT_EQ(load(new Progress("02")), n.substr(1, 1) + " refused " + all);
-  delete loaders.order[1]; // by hand: its entry is skipped from now on, and not counted
-  EXPECT_EQ(load(new Progress("1")), n.substr(0, 1) + " refused " + n[0] + "03 " + n[2] + "13 ");
+  Extensions extensions{"before"};
+  Base::getSupportedDomainExtensions(extensions, typeid(Domain));
+  EXPECT_EQ(extensions, (Extensions{"before", ".-", ".all", ".+", ".all", ".-", ".all"}));
 }
 
-TEST(LoaderRegistry, SurvivesLoadersThatChangeIt) {
-  struct Domain {};
-  const int before = Scripted::alive;
+TEST_F(LoaderRegistryTest, TellsWhoWasAskedAndWhyEachRefused) {
+  const std::string none = "No loader available. ";
+  const struct {
+    std::string names, asked, outcome, status, account;
+    std::string calls = {}; // of the progress interface, which is there when they are
+  } cases[] = {
+      {"---", "---", "refused", none, "---"},
+      {"r-s", "r-s", "refused", "too short", "r-r"},
+      {"-rs", "-rs", "refused", "too short", "-rr"},
+      {"--s", "--s", "refused", none, "--n"},
+      {"r+-", "r+", "loaded", "too short", "r+"},
+      {"-t+", "-t", "thrown", "too short", "-r"},
+      {"T--", "T", "thrown", none, "T"},
+      {"ri-", "ri-", "refused", none, "rn-"},
+      {"--+", "--+", "loaded", "asking", "--+", "-0 -1 +2 "},
+      {"v-+", "-+", "loaded", "asking", "v-+", "v0 -1 +2 "},
+      {"v-v", "-", "refused", "asking", "v-v", "v0 -1 v2 "},
+      // Destroyed by hand: the entry is skipped from now on, and not counted.
+      {"-dv", "-", "refused", "asking", "-v", "-0 v1 "},
+  };
+  const std::map<char, std::string> reasons = {
+      {'-', "refused without a reason"},
+      {'r', "too short"},
+      {'n', none},
+      {'T', "ended with an exception"},
+      {'v', "not asked, because the progress interface left it out"},
+      {'+', "loaded"}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.names);
+    name(c.names);
+    if (c.names[1] == 'd')
+      delete order[1];
+    const Parameters parameters = new LoaderParameters({"f"});
+    const StrongPtr<Progress, InterfaceBase> progress = new Progress;
+    progress->parameters = parameters.get();
+    if (!c.calls.empty())
+      parameters->addInterface(progress);
+    std::string account;
+    for (const char reason : c.account)
+      account += "(anonymous namespace)::Scripted: " + reasons.at(reason) + '\n';
+    for (int round = 0; round < 2; ++round) { // the second load starts afresh
+      progress->calls.clear();
+      std::string outcome = "thrown";
+      try {
+        outcome = load(parameters) ? "loaded" : "refused";
+      } catch (const std::runtime_error&) {
+      }
+      EXPECT_EQ(Scripted::asked + ' ' + outcome, c.asked + ' ' + c.outcome);
+      EXPECT_EQ(parameters->statusText(), c.status);
+      EXPECT_EQ(parameters->describeAttempts(), account);
+      EXPECT_EQ(progress->calls, c.calls);
+      EXPECT_EQ(parameters.strongCount(), 1);
+    }
+  }
+}
+
+TEST_F(LoaderRegistryTest, SurvivesLoadersThatChangeIt) {
+  // The first loader takes all out, itself included, and adds others.
+  const auto change = [] {
+    LoaderRegistry<Key<9>>::load(nullptr);
+    Base::forget(typeid(Domain));
+    append<3>();
+    append<4>();
+    return false;
+  };
   for (const Parameters& parameters : {Parameters(), Parameters(new LoaderParameters({"f"}))}) {
-    ThreeLoaders<Domain> loaders;
-    const std::string names = loaders.names;
-    // The first loader takes all out, itself included, and adds others.
-    loaders.order[0]->onRun = [&](const Parameters&) {
-      LoaderRegistry<Key<9>>::load(nullptr);
-      Base::forget(typeid(Domain));
-      loaders.template append<3>("d", {});
-      loaders.template append<4>("e", {});
-      return false;
-    };
-    EXPECT_FALSE(loaders.load(parameters));
-    EXPECT_EQ(Scripted::asked, names.substr(0, 1)) << "what is gone or new is not asked";
+    const auto first = Base::loaders(typeid(Domain)).at(0);
+    StrongPtr<Scripted, LoaderBase>(first)->onRun = change;
+    EXPECT_FALSE(load(parameters));
+    EXPECT_EQ(Scripted::asked, "-") << "what is gone or new is not asked";
     EXPECT_EQ(Base::loaders(typeid(Domain)).size(), 2u);
   }
-  EXPECT_EQ(Scripted::alive, before);
-}
-
-TEST(LoaderRegistry, RegistrationComesAndGoes) {
-  struct Domain {};
-  const auto count = [] { return Base::loaders(typeid(Domain)).size(); };
-  const int before = Scripted::alive;
-  {
-    const LoaderRegistry<Domain>::Registration<First> first("first", Extensions{".f"});
-    EXPECT_EQ(first.loader()->extensions(), Extensions{".f"});
-    {
-      const LoaderRegistry<Domain>::Registration<Second> second("second");
-      EXPECT_EQ(count(), 2u);
-    }
-    EXPECT_EQ(count(), 1u);
-    LoaderRegistry<Domain>::append(new First("replaces it"));
-    LoaderRegistry<Domain>::append(nullptr);
-    EXPECT_FALSE(first.loader());
-  }
-  EXPECT_EQ(count(), 1u) << "the one that replaced it stays";
-  EXPECT_TRUE(Base::domain_remove(typeid(First), typeid(Domain)));
-  EXPECT_EQ(Scripted::alive, before);
 }
 
 TEST(LoaderBase, ComparesExtensions) {
-  using E = Extensions;
   ASSERT_STREQ(std::setlocale(LC_CTYPE, nullptr), "C"); // where bytes above 127 have no case
-  for (const auto& [names, extensions, supported] :
-       {std::tuple(E{"A.DAT", "b.dat"}, E{".dat"}, true),
-        std::tuple(E{"A.DAT", "b.dat"}, E{".DAT"}, false),
-        std::tuple(E{"a.dat", "b.txt"}, E{".dat"}, false),
-        std::tuple(E{"a.dat", "b.txt"}, E{".dat", ".txt"}, true),
-        std::tuple(E{"ab"}, E{"", "b", "ab"}, false), std::tuple(E{"abc"}, E{""}, true),
-        std::tuple(E{"abc"}, E{"abcd", "xabc"}, false), std::tuple(E{"abc"}, E{"ABC", "abc"}, true),
-        std::tuple(E{}, E{}, true), std::tuple(E{"abc"}, E{}, false),
-        std::tuple(E{std::string("a\0.DAT", 6)}, E{".dat"}, true),
-        std::tuple(E{"a.D\xc4\xff"}, E{".d\xc4\xff"}, true)})
-    EXPECT_EQ(LoaderBase::checkIfAllExtensionsAreSupported(names, extensions), supported)
-        << testing::PrintToString(names) << testing::PrintToString(extensions);
+  const struct {
+    Extensions names, extensions;
+    bool supported;
+  } cases[] = {{{"A.DAT", "b.dat"}, {".dat"}, true},
+               {{"A.DAT", "b.dat"}, {".DAT"}, false},
+               {{"a.dat", "b.txt"}, {".dat"}, false},
+               {{"a.dat", "b.txt"}, {".dat", ".txt"}, true},
+               {{"ab"}, {"", "b", "ab"}, false},
+               {{"abc"}, {""}, true},
+               {{"abc"}, {"abcd", "xabc"}, false},
+               {{"abc"}, {"ABC", "abc"}, true},
+               {{}, {}, true},
+               {{"abc"}, {}, false},
+               {{std::string("a\0.DAT", 6)}, {".dat"}, true},
+               {{"a.D\xc4\xff"}, {".d\xc4\xff"}, true}};
+  for (const auto& c : cases)
+    EXPECT_EQ(LoaderBase::checkIfAllExtensionsAreSupported(c.names, c.extensions), c.supported)
+        << testing::PrintToString(c.names) << testing::PrintToString(c.extensions);
 }
 
 using Slot = StrongPtr<SaveInterfaceCreatorBase>;
@@ -315,14 +291,12 @@ bool knows(const std::type_info& type) {
 }
 
 TEST(SaveRegistry, LookUpsMakeEntries) {
-  struct A {};
   Visitor visitor;
   EXPECT_EQ(Savers::iterate(typeid(A), visitor), 0);
-  EXPECT_FALSE(Savers::findInterfaceCreator(typeid(A), typeid(Key<0>)));
-  EXPECT_FALSE(Savers::removeCreator(typeid(A), typeid(Key<0>)));
+  EXPECT_FALSE(Savers::findInterfaceCreator(typeid(A), typeid(Key<0>)) ||
+               Savers::removeCreator(typeid(A), typeid(Key<0>)));
   EXPECT_FALSE(knows(typeid(A))) << "walks, mere look-ups and removals make none";
-  EXPECT_TRUE(visitor.seen.empty() && Savers::SaveMethods(typeid(A)).empty() && knows(typeid(A)));
-
+  EXPECT_TRUE(Savers::SaveMethods(typeid(A)).empty() && knows(typeid(A)));
   Slot& slot = Savers::getInterfaceCreator(typeid(A), typeid(Key<0>));
   EXPECT_FALSE(slot);
   slot = new Creator("saver");
@@ -336,24 +310,20 @@ TEST(SaveRegistry, LookUpsMakeEntries) {
 }
 
 TEST(SaveRegistry, WalksOnIntoTheTypesThatFollow) {
-  struct A {};
-  struct B {};
-  struct C {};
   const std::pair<const std::type_info*, const char*> types[] = {
       {&typeid(A), "a"}, {&typeid(B), "b"}, {&typeid(C), "c"}};
   for (const auto& [type, name] : types)
     for (const std::type_info* key : {&typeid(Key<0>), &typeid(Key<1>)})
       Savers::getInterfaceCreator(*type, *key) = new Creator(name);
   Savers::getInterfaceCreator(typeid(B), typeid(Key<2>)); // empty, and visited as well
-  std::string all;
-  std::map<std::type_index, std::size_t> starts;
-  for (const auto& [type, methods] : Savers::BaseSaveList()) {
-    starts[type.get()] = all.size();
-    for (const auto& [interfaceType, creator] : methods)
-      all += creator ? creator->name() : "-";
-  }
   for (const auto& [type, name] : types) {
-    const std::string rest = all.substr(starts.at(*type));
+    std::string rest;
+    bool found = false;
+    for (const auto& [saved, methods] : Savers::BaseSaveList()) {
+      found = found || saved == TypeInfo(*type);
+      for (const auto& [key, creator] : methods)
+        rest += !found ? "" : creator ? creator->name() : "-";
+    }
     Visitor visitor, stops;
     EXPECT_EQ(Savers::iterate(*type, visitor), static_cast<int>(rest.size()));
     EXPECT_EQ(visitor.seen, rest);
@@ -376,11 +346,10 @@ TEST(SaveRegistry, WalksOnIntoTheTypesThatFollow) {
 }
 
 TEST(SaveRegistry, SurvivesVisitorsThatChangeIt) {
-  struct A {};
-  const std::type_info* const keys[] = {&typeid(Key<2>), &typeid(Key<3>), &typeid(Key<4>),
-                                        &typeid(Key<5>), &typeid(Key<6>), &typeid(Key<7>)};
-  Savers::getInterfaceCreator(typeid(A), typeid(Key<0>)) = new Creator;
-  Savers::getInterfaceCreator(typeid(A), typeid(Key<1>)) = new Creator;
+  const std::type_info* const keys[] = {&typeid(Key<0>), &typeid(Key<1>), &typeid(Key<2>),
+                                        &typeid(Key<3>), &typeid(Key<4>), &typeid(Key<5>)};
+  Savers::getInterfaceCreator(typeid(A), typeid(Key<6>)) = new Creator;
+  Savers::getInterfaceCreator(typeid(A), typeid(Key<7>)) = new Creator;
   Visitor visitor;
   visitor.onVisit = [&](Slot& slot) {
     slot = nullptr;
@@ -399,7 +368,6 @@ TEST(SaveRegistry, SurvivesVisitorsThatChangeIt) {
 }
 
 TEST(SaveRegistry, InterfacesAreFoundUnderTheirTag) {
-  struct A {};
   struct Stream : StreamSaverInterface {};
   {
     const SaveRegistry<A>::Registration<Stream, Creator> registration("s");
@@ -419,19 +387,18 @@ TEST(SaveRegistry, InterfacesAreFoundUnderTheirTag) {
 }
 
 TEST(SaveParameters, CopyTheDestinationOnly) {
-  struct Option : Interface<Option> {};
   SaveParameters parameters("file");
-  parameters.addInterface(new Option);
+  parameters.registerInterface(typeid(A));
   parameters.setUserValue(std::int64_t{1} << 40);
   parameters.setUserText("t");
+  EXPECT_EQ(parameters.userValue(), std::int64_t{1} << 40);
   const SaveParameters copy = parameters;
   EXPECT_EQ(copy.destination() + copy.userText(), "file");
-  EXPECT_FALSE(copy.userValue() || copy.hasInterface<Option>());
-  EXPECT_EQ(parameters.userValue(), std::int64_t{1} << 40);
+  EXPECT_FALSE(copy.userValue() || copy.hasInterface(typeid(A)));
 }
 
 TEST(Attributes, KeepsOneValuePerNameInByteOrder) {
-  const std::pair<std::vector<std::string>, const char*> cases[] = {
+  const std::pair<std::vector<std::string>, std::string> cases[] = {
       {{}, "( )"},
       {{"b", "ab", "a", "ab"}, "( a ab b )"},
       {{"a", "B", "_", ""}, "(  B _ a )"},
@@ -439,9 +406,8 @@ TEST(Attributes, KeepsOneValuePerNameInByteOrder) {
   for (const auto& [names, text] : cases) {
     Attributes attributes;
     for (const std::string& name : names)
-      attributes.setAttribute(name, makeChunk(1));
-    EXPECT_EQ(attributes.toString(), text);
-    EXPECT_EQ(std::to_string(attributes), text);
+      attributes.setAttribute(name, nullptr);
+    EXPECT_EQ(attributes.toString() + std::to_string(attributes), text + text);
   }
   Attributes attributes;
   const StrongPtr<ChunkBase> first = makeChunk(1);
@@ -452,11 +418,10 @@ TEST(Attributes, KeepsOneValuePerNameInByteOrder) {
   EXPECT_TRUE(first.strongCount() == 1 && chunkValue<int>(attributes.getAttribute("n")) == 2);
   attributes.setAttribute("empty", nullptr);
   EXPECT_TRUE(attributes.hasAttribute("empty") && !attributes.getAttribute("empty"));
-  EXPECT_FALSE(attributes.hasAttribute("absent") || attributes.getAttribute("absent"));
+  EXPECT_FALSE(attributes.getAttribute("absent") || attributes.hasAttribute("absent"));
 
   ++Ageable::GlobalTime;
   Attributes copy = attributes;
-  EXPECT_EQ(attributes.stamp() + 1, copy.stamp());
   EXPECT_EQ(attributes.getAttribute("n"), copy.getAttribute("n"));
   copy.setAttribute("b", nullptr);
   attributes = copy;
@@ -479,7 +444,6 @@ TEST(Attributes, WalksInOrderAndStops) {
   for (const char* name : {"c", "a", "b"})
     visitor.attributes.setAttribute(name, nullptr);
   EXPECT_EQ(visitor.attributes.iterate(visitor), 3);
-  EXPECT_EQ(visitor.names, "abbbc");
   EXPECT_EQ(chunkValue<std::string>(visitor.attributes.getAttribute("c")), "abbbc");
   EXPECT_EQ(visitor.attributes.iterate(visitor), 0);
 }
@@ -498,9 +462,10 @@ TEST(Attributes, ReleasesOldChunksWhenTheSetIsWhole) {
   attributes.setAttribute("a", makeChunk(2));
   EXPECT_EQ(attributes.toString(), "( a from inside )");
   Attributes next = attributes;
+  next.setAttribute("c", nullptr);
   attributes.setAttribute("b", new Asking(attributes));
   attributes = next;
-  EXPECT_EQ(attributes.size(), 2u);
+  EXPECT_EQ(attributes.toString(), "( a c from inside )");
 }
 
 TEST(Chunk, AccountsForWhatItHolds) {

@@ -144,6 +144,16 @@ std::string rendered(std::size_t number, const FrameText& text) {
   return line + "\n";
 }
 
+std::vector<FrameText> describeAllByPlatform(const StackFrames& frames) {
+  std::vector<FrameText> texts;
+  for (const StackFrame& frame : frames) {
+    FrameText& text = texts.emplace_back();
+    text.address = frame.address;
+    describeByPlatform(text);
+  }
+  return texts;
+}
+
 #ifdef TOLVANE_HAVE_CPPTRACE
 
 std::vector<FrameText> describe(const StackFrames& frames) {
@@ -163,19 +173,14 @@ std::vector<FrameText> describe(const StackFrames& frames) {
     if (!frame.is_inline)
       describeByPlatform(text);
   }
-  return texts;
+  // What fails inside of cpptrace, for want of memory above all, is told by no exception.
+  return texts.empty() ? describeAllByPlatform(frames) : texts;
 }
 
 #else
 
 std::vector<FrameText> describe(const StackFrames& frames) {
-  std::vector<FrameText> texts;
-  for (const StackFrame& frame : frames) {
-    FrameText& text = texts.emplace_back();
-    text.address = frame.address;
-    describeByPlatform(text);
-  }
-  return texts;
+  return describeAllByPlatform(frames);
 }
 
 struct Capture {

@@ -1,4 +1,5 @@
 #include <tolvane/Cache.hpp>
+#include <tolvane/CreatorHoldInternal.hpp>
 #include <tolvane/Creature.hpp>
 #include <tolvane/Environment.hpp>
 #include <tolvane/HeldInternal.hpp>
@@ -8,6 +9,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <new>
 
 namespace Tolvane {
 
@@ -42,6 +44,7 @@ struct Cache::Applicant {
     if (!creator.owned()) {
       return false;
     }
+    const Cacheable::CreatorHold hold(*object, *creator);
     domain = &object->DomainType();
     creatorDomain = &object->CreatorType();
     cost = object->memsize();
@@ -123,7 +126,11 @@ bool Cache::insert(const WeakPtr<Cacheable>& object, bool asOldest) {
   }
   if (verbosity() >= 11) {
     applicant.object = {}; // it does not count in what is printed
-    list_info();
+    try {
+      list_info();
+    } catch (const std::bad_alloc&) {
+      // The object is in all the same.
+    }
   }
   return true;
 }

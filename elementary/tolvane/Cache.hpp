@@ -90,6 +90,9 @@ public:
   /// release its data, NullPtrException where an entry has no live creator, and std::system_error
   /// for an object of the very domain whose release request this thread answers.
   ///
+  /// Where there is no memory, for the first entry of a domain above all, it throws std::bad_alloc:
+  /// the object then stands where it stood, but data that went to make room is gone.
+  ///
   /// The object's first strong pointer decides over its life: take it before the insertion and
   /// keep it.
   bool insert(const WeakPtr<Cacheable>& object, bool asOldest);
@@ -132,7 +135,9 @@ public:
   /// refers to the type any more: for a module that is about to be unloaded. Objects that stay
   /// alive stand in no queue afterwards. A thread or a release that is just now in one of these
   /// domains finishes first, and only then the domain is gone: before the module is unloaded, the
-  /// host sees to it that none is. Returns the bytes that went.
+  /// host sees to it that none is. Where it ends with an exception, std::bad_alloc included, what
+  /// it came to is gone all the same, and what was not asked yet lives on outside; a repeated call
+  /// does the rest. Returns the bytes that went.
   memsize_t forget(const std::type_info& type);
 
   /// The trace level of all caches: the variable `MEMCACHE_VERBOSITY`, read once.

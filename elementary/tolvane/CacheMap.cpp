@@ -14,22 +14,14 @@ namespace Tolvane {
 
 namespace {
 
-/// Closes the domains also when a purge throws.
-memsize_t purgeAndClose(const std::vector<CacheMultiQueue*>& domains) {
+/// Closes a domain also when its purge throws.
+memsize_t purgeAndClose(CacheMultiQueue& queues) {
   struct Closing {
-    ~Closing() {
-      for (CacheMultiQueue* queues : domains) {
-        queues->close();
-      }
-    }
-    const std::vector<CacheMultiQueue*>& domains;
+    ~Closing() { queues.close(); }
+    CacheMultiQueue& queues;
   };
-  const Closing closing{domains};
-  memsize_t freed = 0;
-  for (CacheMultiQueue* queues : domains) {
-    freed += queues->purge();
-  }
-  return freed;
+  const Closing closing{queues};
+  return queues.purge();
 }
 
 } // namespace
@@ -180,21 +172,27 @@ void CacheMap::countRefusal(const std::type_info& domainType) noexcept {
 }
 
 memsize_t CacheMap::forget(const std::type_info& domainType) {
-  if (CacheMultiQueue* queues = domains_->take(domainType)) {
-    return purgeAndClose({queues});
-  }
-  return 0;
+  CacheMultiQueue* const queues = domains_->take(domainType);
+  return queues != nullptr ? purgeAndClose(*queues) : 0;
 }
 
 memsize_t CacheMap::close() {
   closed_ = true;
-  std::vector<CacheMultiQueue*> taken;
-  for (const TypeInfo type : domains()) {
-    if (CacheMultiQueue* queues = domains_->take(type.get())) {
-      taken.push_back(queues);
+  /// Closes what is left when a purge throws.
+  struct Closing {
+    ~Closing() {
+      domains.each([this](const auto& domain) {
+        if (CacheMultiQueue* queues = domains.take(domain.type.get())) {
+          queues->close();
+        }
+      });
     }
-  }
-  return purgeAndClose(taken);
+    Domains& domains;
+  };
+  const Closing closing{*domains_};
+  memsize_t freed = 0;
+  domains_->each([&](const auto& domain) { freed += forget(domain.type.get()); });
+  return freed;
 }
 
 } // namespace Tolvane

@@ -176,9 +176,10 @@ CacheCounts CacheQueue::counts() const noexcept {
   return counts;
 }
 
+/// Needs the mutex of the queue's node.
 void CacheQueue::count(memsize_t bytes, int entries) noexcept {
-  total_.fetch_add(bytes, std::memory_order_relaxed);
-  entries_.fetch_add(static_cast<std::uint32_t>(entries), std::memory_order_relaxed);
+  total_.store(memsize() + bytes, std::memory_order_relaxed);
+  entries_.store(nEntries() + static_cast<std::uint32_t>(entries), std::memory_order_relaxed);
   if (totals_ == nullptr) {
     return;
   }
@@ -257,6 +258,13 @@ bool CacheQueue::includes(const Cacheable& object) const {
   return object.queue_ == this;
 }
 
+/// Whether an object is the oldest entry.
+bool CacheQueue::isOldest(const WeakPtr<Cacheable>& object) const {
+  const std::lock_guard ring(mutex_);
+  const Cacheable* const first = firstAlive();
+  return first != this && first->self() == object;
+}
+
 /// Whether an entry whose creator is gone leaves the queue, or gets another creator, in a moment.
 bool CacheQueue::goesByItself(const WeakPtr<Cacheable>& entry) const {
   for (int looks = 0; looks <= LooksAtForgotten && !detail::otherThreadsAreGone(); ++looks) {
@@ -332,15 +340,20 @@ std::vector<WeakPtr<Cacheable>> CacheQueue::snapshot() const {
   return entries;
 }
 
+/// The oldest entry, or the queue itself; needs the mutex of the queue's node.
+const Cacheable* CacheQueue::firstAlive() const noexcept {
+  const Cacheable* entry = next_.get();
+  // One that dies on another thread is no longer counted and about to leave the ring.
+  while (entry != this && dying(*entry)) {
+    entry = entry->next_.get();
+  }
+  return entry;
+}
+
 WeakPtr<Cacheable> CacheQueue::oldest() const {
   const std::lock_guard ring(mutex_);
-  for (const Cacheable* entry = next_.get(); entry != this; entry = entry->next_.get()) {
-    // One that dies on another thread is no longer counted and about to leave the ring.
-    if (!dying(*entry)) {
-      return entry->self();
-    }
-  }
-  return {};
+  const Cacheable* const entry = firstAlive();
+  return entry != this ? entry->self() : WeakPtr<Cacheable>();
 }
 
 bool CacheQueue::heldByThisThread() const noexcept {
@@ -426,6 +439,7 @@ void CacheQueue::releaseEntries() {
     std::unique_lock ring(mutex_);
     Cacheable* const entry = prev_.get();
     if (entry == this) {
+      count(-memsize(), -static_cast<int>(nEntries()));
       break;
     }
     // A thread that is gone while the process ends never lets go of the entry.
@@ -441,7 +455,6 @@ void CacheQueue::releaseEntries() {
       std::this_thread::yield();
     }
   }
-  count(-memsize(), -static_cast<int>(nEntries()));
 }
 
 /// One call of adjust(): what it knows between the passes.
@@ -638,7 +651,7 @@ void CacheQueue::Eviction::trace(const Candidate& candidate) const {
 
 /// Checks the claim of a creator that its data went.
 void CacheQueue::Eviction::released(const Candidate& candidate, std::uint32_t entriesBefore) const {
-  if (candidate.object && queue_.oldest() == candidate.object) {
+  if (candidate.object && queue_.isOldest(candidate.object)) {
     Irregularity(EvictionFile, 479, EvictionFunction, "Releaseable == oldest()")
         << "There is a problem, the object to be released is still in the Cache:\n"
         << "NumberOfReleasedItems =" << std::to_string(releasedItems_) << ", computed size "

@@ -150,6 +150,8 @@ private:
   static void trace(const char* operation, const WeakPtr<Cacheable>& object);
   bool askAgain(const WeakPtr<Cacheable>& object);
   bool includes(const Cacheable& object) const;
+  bool isOldest(const WeakPtr<Cacheable>& object) const;
+  const Cacheable* firstAlive() const noexcept;
   bool goesByItself(const WeakPtr<Cacheable>& entry) const;
   std::vector<WeakPtr<Cacheable>> snapshot() const;
   memsize_t purgeEntries(bool tolerant);

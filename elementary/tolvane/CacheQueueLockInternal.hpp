@@ -32,7 +32,7 @@ public:
   static bool anyHeldByThisThread() noexcept { return innermost != nullptr; }
 
 private:
-  static constinit thread_local Lock* innermost;
+  [[gnu::tls_model("initial-exec")]] static constinit thread_local Lock* innermost;
 
   CacheQueue& queue_;
   Lock* outer_;

@@ -1,5 +1,6 @@
 #include <tolvane/CacheQueueLockInternal.hpp>
 #include <tolvane/Cacheable.hpp>
+#include <tolvane/CreatorHoldInternal.hpp>
 #include <tolvane/Creature.hpp>
 #include <tolvane/HeldInternal.hpp>
 #include <tolvane/UnloadLockInternal.hpp>
@@ -17,6 +18,8 @@ void preDestruct(ReferenceBase<Cacheable>& object) noexcept {
 }
 
 } // namespace detail
+
+constinit thread_local const Cacheable::CreatorHold* Cacheable::CreatorHold::innermost = nullptr;
 
 Cacheable::Cacheable() = default;
 
@@ -56,6 +59,9 @@ detail::Held<Creature> Cacheable::holdCreator() const {
 }
 
 const std::type_info& Cacheable::CreatorType() const {
+  if (const Creature* creator = CreatorHold::find(*this)) {
+    return typeid(*creator);
+  }
   const detail::Held<Creature> creator = holdCreator();
   return creator ? typeid(*creator) : typeid(void);
 }
@@ -117,6 +123,7 @@ void Cacheable::countDelta(memsize_t delta) noexcept {
   sizeVersion_.fetch_add(1);
   // A dying object is no longer part of the sums; its destructors may well shrink it.
   if (queue_ != nullptr && !predestructed_) {
+    const std::lock_guard ring(queue_->Cacheable::mutex_);
     queue_->count(delta, 0);
   }
 }
@@ -133,6 +140,9 @@ bool Cacheable::refreshAtOnce(const detail::CacheTotals* cache) noexcept {
   if (!own || queue_ == nullptr || predestructed_) {
     return false;
   }
+  // The neighbours come from memory meanwhile, and nobody waits for that.
+  __builtin_prefetch(&next_.get()->prev_, 1);
+  __builtin_prefetch(&prev_.get()->next_, 1);
   CacheQueue& queue = *queue_;
   if (cache != nullptr &&
       (queue.totals_.get() != cache || queue.role_ != CacheQueue::Role::Primary ||
@@ -153,9 +163,11 @@ bool Cacheable::refreshAtOnce(const detail::CacheTotals* cache) noexcept {
 }
 
 bool Cacheable::markAsUsed() {
-  if (refreshAtOnce(nullptr)) {
-    return true;
-  }
+  return refreshAtOnce(nullptr) || refresh();
+}
+
+/// The same where something is waited for, or in the way.
+bool Cacheable::refresh() {
   CacheQueue* queue = nullptr;
   WeakPtr<Cacheable> node;
   {
@@ -199,6 +211,7 @@ void Cacheable::PreDestructor() {
   const std::lock_guard lock(mutex_);
   predestructed_ = true;
   if (queue_ != nullptr) {
+    const std::lock_guard ring(queue_->Cacheable::mutex_);
     queue_->count(-size, -1);
   }
 }

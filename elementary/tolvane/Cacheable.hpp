@@ -193,9 +193,11 @@ private:
   struct Anchor {};
   explicit Cacheable(Anchor);
 
+  class CreatorHold;
   detail::Held<Creature, Creature> holdCreator() const;
   bool push(CacheQueue& queue, End end);
   bool refreshAtOnce(const detail::CacheTotals* cache) noexcept;
+  bool refresh();
   bool enter(CacheQueue& queue, End end, Entry entry);
   bool moveTo(CacheQueue& queue, End end, Entry entry, memsize_t size);
   void unlink() noexcept;
@@ -206,11 +208,11 @@ private:
   // and `prev_` to the newest. All links of a ring are guarded by the mutex of the queue's node;
   // which ring a node stands in (`queue_`) by its own. A thread locks its own node first, then
   // the node of the queue; the other way round it only tries.
+  //
+  // What a touch needs stands together, so that it comes from memory at once.
   Link next_{this};
   Link prev_{this};
   CacheQueue* queue_ = nullptr;
-  WeakPtr<Creature, Creature> creator_;
-  mutable detail::PosixMutex mutex_{detail::PosixMutex::Kind::Plain};
   bool predestructed_ = false;
   bool creatorChanged_ = false; // since the object was filed
   bool forgotten_ = false;      // by its creator, as a patient look found
@@ -218,6 +220,8 @@ private:
   // Raised with every change of the size, so that a size read outside the lock is known to be
   // the current one.
   std::atomic<unsigned> sizeVersion_{0};
+  mutable detail::PosixMutex mutex_{detail::PosixMutex::Kind::Plain};
+  WeakPtr<Creature, Creature> creator_;
   std::string name_;
 };
 

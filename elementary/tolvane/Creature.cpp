@@ -137,12 +137,15 @@ void Creature::appendProvenance(const std::string& name) {
 
 void Creature::setProvenance(const std::string& name) {
   const std::lock_guard lock(mutex_);
-  if (provenance_.empty()) {
-    provenance_.emplace_back(new Provenance(name));
-  } else if (provenance_.back()) {
+  if (!provenance_.empty() && provenance_.back()) {
     provenance_.back()->setName(name);
+    return;
+  }
+  const StrongPtr<Provenance> record = new Provenance(name);
+  if (provenance_.empty()) {
+    provenance_.push_back(record);
   } else {
-    provenance_.back() = new Provenance(name);
+    provenance_.back() = record;
   }
 }
 

@@ -4,8 +4,10 @@
 #include <tolvane/PosixMutex.hpp>
 #include <tolvane/TypeInfo.hpp>
 
+#include <array>
 #include <atomic>
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <mutex>
 #include <vector>
@@ -30,7 +32,7 @@ public:
   public:
     template <class Make>
     Domain(const std::type_info& of, Make make)
-        : type(lastingType(of)), value(make()), hash_(of.hash_code()) {}
+        : type(lastingType(of)), value(make()), hash_(of.hash_code()), local_(isLocalType(of)) {}
 
     const TypeInfo type;
     Value value;
@@ -38,6 +40,7 @@ public:
   private:
     friend class DomainMap;
     const std::size_t hash_;
+    const bool local_; // only the same address is the same type, which may be gone by now
     std::atomic<bool> open_{true};
     std::atomic<Domain*> next_{nullptr};
   };
@@ -113,6 +116,24 @@ private:
   };
 
   Domain* look(const std::type_info& type) const noexcept {
+    // The hash of a name costs more than all the rest; where a type stands in memory leads to the
+    // same domain mostly, and the comparison tells whether it does.
+    const auto address = reinterpret_cast<std::uintptr_t>(&type);
+    std::atomic<Domain*>& hint = hints_[(address >> 4 ^ address >> 8) % hints_.size()];
+    Domain* const guess = hint.load(std::memory_order_acquire);
+    if (guess != nullptr && guess->open_.load(std::memory_order_acquire) &&
+        (&guess->type.get() == &type || (!guess->local_ && guess->type == type))) {
+      return guess;
+    }
+    Domain* const domain = lookByHash(type);
+    // The first one stays, lest threads take turns in replacing each other's.
+    if (domain != nullptr && (guess == nullptr || !guess->open_.load(std::memory_order_relaxed))) {
+      hint.store(domain, std::memory_order_release);
+    }
+    return domain;
+  }
+
+  Domain* lookByHash(const std::type_info& type) const noexcept {
     const std::size_t hash = type.hash_code();
     const Table& table = *table_.load(std::memory_order_acquire);
     for (std::size_t place = hash;; ++place) {
@@ -147,6 +168,7 @@ private:
   }
 
   std::atomic<Table*> table_{nullptr};
+  mutable std::array<std::atomic<Domain*>, 16> hints_{};
   std::atomic<Domain*> first_{nullptr};
   std::atomic<Domain*> last_{nullptr};
 

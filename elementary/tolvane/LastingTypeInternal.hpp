@@ -28,4 +28,32 @@ typename Map::mapped_type& entryFor(Map& map, const std::type_info& type) {
   return found != map.end() ? found->second : map[lastingType(type)];
 }
 
+/// The same for as long as this lives; from then on too when it was there before, or is kept. For
+/// an entry that makes sense only together with what comes after it and may throw.
+template <class Map>
+class Entry {
+public:
+  Entry(Map& map, const std::type_info& type)
+      : map_(map), type_(type), isNew_(!map.contains(type)), value_(entryFor(map, type)) {}
+  ~Entry() {
+    if (isNew_) {
+      map_.erase(type_);
+    }
+  }
+
+  Entry(const Entry&) = delete;
+  Entry& operator=(const Entry&) = delete;
+
+  void keep() noexcept { isNew_ = false; }
+
+  typename Map::mapped_type& operator*() const noexcept { return value_; }
+  typename Map::mapped_type* operator->() const noexcept { return &value_; }
+
+private:
+  Map& map_;
+  const std::type_info& type_;
+  bool isNew_;
+  typename Map::mapped_type& value_;
+};
+
 } // namespace Tolvane::detail

@@ -26,10 +26,6 @@ Lexicon& Lexicon::operator[](char c) {
   return *child;
 }
 
-StrongPtr<Lexicon>& Lexicon::operator()(char c) const {
-  return children_[static_cast<unsigned char>(c)];
-}
-
 bool Lexicon::iterate(std::string& word, unsigned depth, Iterator& iterator) const {
   constexpr unsigned End = 255;
   /// A node on the path to the current word. The visitor may cut it off, so the walk holds it.

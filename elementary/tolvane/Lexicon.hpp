@@ -63,7 +63,7 @@ public:
   Lexicon& operator[](char c);
 
   /// The slot for a byte; empty when there is no child.
-  StrongPtr<Lexicon>& operator()(char c) const;
+  StrongPtr<Lexicon>& operator()(char c) const { return children_[static_cast<unsigned char>(c)]; }
 
   /// Walks over all nodes below this one, a word before its extensions and bytes in ascending
   /// unsigned order. The words begin with the first `depth` characters of `word`, which is filled

@@ -35,7 +35,11 @@ bool LoaderBase::checkIfAllExtensionsAreSupported(const std::list<std::string>& 
 }
 
 const std::string& LoaderBase::className() const {
-  std::call_once(nameOnce_, [this] { name_ = Typename(typeid(*this)); });
+  // Not call_once: where its function throws, the next call waits for ever on Windows.
+  const std::lock_guard lock(nameMutex_);
+  if (name_.empty()) {
+    name_ = Typename(typeid(*this));
+  }
   return name_;
 }
 

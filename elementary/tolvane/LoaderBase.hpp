@@ -96,7 +96,7 @@ private:
   Attributes attributes_;
   std::list<std::string> extensions_;
   // The readable name of the class, for the accounts of loads; found out when it is first asked.
-  mutable std::once_flag nameOnce_;
+  mutable std::mutex nameMutex_;
   mutable std::string name_;
 };
 

@@ -46,7 +46,7 @@ public:
     std::string loader; ///< The readable name of the loader's class.
     Outcome outcome;    ///< What came of it.
     std::string reason; ///< The status text as this loader set it, also when it threw then; empty
-                        ///< when it set none.
+                        ///< when it set none, or when there was no memory for it.
   };
 
   /// For that list of files or URLs, which is copied.

@@ -74,15 +74,17 @@ void LoaderRegistryBase::domain_append(const std::type_info& key,
                                        const StrongPtr<LoaderBase>& loader,
                                        const std::type_info& domain) {
   StrongPtr<LoaderBase> former = loader; // Released when the registry is whole again.
-  Domain& to = detail::entryFor(store(), domain);
-  StrongPtr<LoaderBase>& slot = detail::entryFor(to.loaders, key);
-  slot.swap(former);
+  detail::Entry<DomainMap> to(store(), domain);
+  detail::Entry<LoaderMap> slot(to->loaders, key);
+  slot->swap(former);
   try {
-    to.reorder();
+    to->reorder();
   } catch (...) {
-    slot.swap(former);
+    slot->swap(former);
     throw;
   }
+  slot.keep();
+  to.keep();
 }
 
 bool LoaderRegistryBase::domain_remove(const std::type_info& key, const std::type_info& domain) {
@@ -110,6 +112,7 @@ bool LoaderRegistryBase::domain_remove(const std::type_info& key, const WeakPtr<
 
 void LoaderRegistryBase::forget(const std::type_info& type) {
   std::vector<LoaderMap::node_type> released;
+  released.reserve(store().size());
   const auto forgotten = store().extract(type);
   for (auto& [other, domain] : store()) {
     released.push_back(domain.remove(type));
@@ -143,7 +146,7 @@ bool LoaderRegistryBase::domain_load(const StrongPtr<LoaderParameters>& paramete
           attempts.back().reason = owner.statusText_;
         }
       } catch (const std::bad_alloc&) {
-        // The exception that is on its way says more.
+        // What came of the load says more, and so does the exception that is on its way.
       }
     }
     LoaderParameters& owner;
@@ -174,9 +177,7 @@ bool LoaderRegistryBase::domain_load(const StrongPtr<LoaderParameters>& paramete
     held->statusSet_ = false; // What the progress interface says is not the loader's reason.
     const bool loaded = loader->load(parameters, special);
     attempt.outcome = loaded ? Attempt::Outcome::Loaded : Attempt::Outcome::Refused;
-    if (held->statusSet_) {
-      attempt.reason = held->statusText();
-    }
+    account.keepReason();
     if (loaded) {
       return true;
     }
@@ -197,10 +198,12 @@ LoaderRegistryBase::domain_loadrequest(const StrongPtr<LoaderParameters>& parame
 
 void LoaderRegistryBase::getSupportedDomainExtensions(std::list<std::string>& out,
                                                       const std::type_info& domain) {
+  std::list<std::string> all;
   askEach(domain, [&](const LoaderBase& loader) {
-    out.splice(out.end(), std::list(loader.extensions()));
+    all.splice(all.end(), std::list(loader.extensions()));
     return false;
   });
+  out.splice(out.end(), all);
 }
 
 std::vector<TypeInfo> LoaderRegistryBase::domains() {
@@ -214,9 +217,9 @@ std::vector<TypeInfo> LoaderRegistryBase::domains() {
 std::vector<StrongPtr<LoaderBase>> LoaderRegistryBase::loaders(const std::type_info& domain) {
   std::vector<StrongPtr<LoaderBase>> live;
   if (const auto found = store().find(domain); found != store().end()) {
-    for (const auto& [key, loader] : found->second.loaders) {
-      if (loader) {
-        live.push_back(loader);
+    for (const WeakPtr<LoaderBase>& registered : *found->second.order) {
+      if (StrongPtr<LoaderBase> loader = registered.lock()) {
+        live.push_back(std::move(loader));
       }
     }
   }

@@ -43,7 +43,8 @@ namespace Tolvane {
 class TOLVANE_API LoaderRegistryBase {
 public:
   /// Registers a loader for `domain`, in the place of one that is there under the same key, which
-  /// is released. @throws std::bad_alloc when there is no memory for the entry.
+  /// is released. @throws std::bad_alloc when there is no memory for the entry; nothing is changed
+  /// then, as in all operations on the registry.
   static void domain_append(const std::type_info& key, const StrongPtr<LoaderBase>& loader,
                             const std::type_info& domain);
 

@@ -67,7 +67,10 @@ SaveMethodMap& SaveRegistryBase::SaveMethods(const std::type_info& type) {
 
 Creator& SaveRegistryBase::getInterfaceCreator(const std::type_info& type,
                                                const std::type_info& interfaceType) {
-  return detail::entryFor(SaveMethods(type), interfaceType);
+  detail::Entry<SaveList> methods(BaseSaveList(), type);
+  Creator& creator = detail::entryFor(*methods, interfaceType);
+  methods.keep();
+  return creator;
 }
 
 Creator SaveRegistryBase::findInterfaceCreator(const std::type_info& type,
@@ -98,6 +101,7 @@ bool SaveRegistryBase::removeCreator(const std::type_info& type,
 
 void SaveRegistryBase::forget(const std::type_info& type) {
   std::vector<SaveMethodMap::node_type> released;
+  released.reserve(BaseSaveList().size());
   const auto methods = BaseSaveList().extract(type);
   for (auto& [other, creators] : BaseSaveList()) {
     released.push_back(creators.extract(type));

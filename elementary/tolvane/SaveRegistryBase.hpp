@@ -72,7 +72,8 @@ public:
 
   /// The creator of interfaces of `interfaceType` for objects of `type`; an empty entry is made
   /// where there is none. What is assigned to it is registered. The reference is good until the
-  /// entry is removed.
+  /// entry is removed. @throws std::bad_alloc when there is no memory for the entry; nothing is
+  /// changed then, as in all operations on the registry.
   static StrongPtr<SaveInterfaceCreatorBase>&
   getInterfaceCreator(const std::type_info& type, const std::type_info& interfaceType);
 

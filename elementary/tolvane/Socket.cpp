@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
+#include <new>
 #include <system_error>
 
 #ifdef _WIN32
@@ -155,8 +156,13 @@ void closeRefused(int handle) {
 #endif
 
 // As perror does, also where the error is not in errno.
-void printSystemError(const char* text, int error) {
-  std::fprintf(stderr, "%s: %s\n", text, std::system_category().message(error).c_str());
+void printSystemError(const char* text, int error) noexcept {
+  try {
+    std::fprintf(stderr, "%s: %s\n", text, std::system_category().message(error).c_str());
+  } catch (const std::bad_alloc&) {
+    // The socket behind the error must reach the caller all the same.
+    std::fprintf(stderr, "%s: error code %d\n", text, error);
+  }
 }
 
 // The resolver cuts a number that is too large to its lower 16 bits and would connect elsewhere.

@@ -36,6 +36,11 @@ private:
 constexpr std::string_view usualBytes = "=#<>@?, !\r\t\n\"";
 constexpr ByteSet usualSet(usualBytes);
 
+/// The delimiters of the forms that tell theirs themselves.
+constexpr char stxEtx[] = {StreamString::STX, StreamString::ETX};
+constexpr ByteSet quotes("\""), frames(std::string_view(stxEtx, 2)), squares("[]"), curls("{}"),
+    rounds("()");
+
 /// The set of a caller's bytes, which is there already for the usual ones.
 class GivenSet {
 public:
@@ -89,8 +94,8 @@ class TokenReader {
 public:
   explicit TokenReader(input_string& in) : in_(in) {}
 
-  void delimited(char open, char close, std::string& token) {
-    const auto stops = [=](char c) { return c == open || c == close || c == '\n' || c == '\0'; };
+  void delimited(char open, char close, const ByteSet& delimiters, std::string& token) {
+    const auto stops = [&](char c) { return delimiters.stops(c); };
     std::uint64_t depth = 0;
     take();
     for (takeRun(stops, token); !in_.atEnd(); takeRun(stops, token)) {
@@ -143,7 +148,10 @@ private:
     const char* end = begin; // a NUL follows the text
     while (!stops(*end))
       ++end;
-    token.append(begin, end);
+    if (token.empty())
+      token = std::string(begin, end); // cheaper than to append
+    else
+      token.append(begin, end);
     in_.position_ += static_cast<std::size_t>(end - begin);
     in_.column_ += static_cast<std::uint32_t>(end - begin);
   }
@@ -180,15 +188,15 @@ void readDetected(input_string& in, char first, const std::string& terminators,
   detail::TokenReader reader(in);
   switch (first) {
   case '[':
-    return reader.delimited('[', ']', token);
+    return reader.delimited('[', ']', squares, token);
   case '{':
-    return reader.delimited('{', '}', token);
+    return reader.delimited('{', '}', curls, token);
   case '(':
-    return reader.delimited('(', ')', token);
+    return reader.delimited('(', ')', rounds, token);
   case StreamString::STX:
-    return reader.delimited(StreamString::STX, StreamString::ETX, token);
+    return reader.delimited(StreamString::STX, StreamString::ETX, frames, token);
   case '"':
-    return reader.delimited('"', '"', token);
+    return reader.delimited('"', '"', quotes, token);
   default:
     return reader.bare(terminators, token);
   }
@@ -289,10 +297,12 @@ std::pair<bool, std::string> StreamString::decodeIdentifier(input_string& in, ch
       token.swap(*read);
     return answer;
   }
-  if (open == ENQ)
+  if (open == ENQ) {
     readDetected(in, first, terminators, token);
-  else
-    detail::TokenReader(in).delimited(open, close, token);
+  } else {
+    const char delimiters[] = {open, close};
+    detail::TokenReader(in).delimited(open, close, ByteSet(std::string_view(delimiters, 2)), token);
+  }
   if (flag)
     token = decodeEscaped(token);
   return answer;

@@ -129,7 +129,6 @@ bool passesDomain(const VerboseFiles& files, std::string_view domain, int level,
 }
 
 std::string locationText(const char* file, int line, const char* function) {
-  // Every message makes this text, so it is put together in one block of memory.
   const std::string_view name = file ? file : "";
   const std::string_view from = function ? function : "";
   std::string location;
@@ -173,7 +172,7 @@ std::string cacheText(const detail::CacheFigures& figures) {
 VerboseStream::VerboseStream(bool suppressed, bool breakpoint, int level, const char* file,
                              int line, const char* func, const std::string& initialText,
                              const std::string& domain)
-    : level_(level), location_(locationText(file, line, func)), text_(initialText), domain_(domain),
+    : level_(level), file_(file), line_(line), function_(func), text_(initialText), domain_(domain),
       suppressed_(suppressed), breakpoint_(breakpoint) {
   VerboseFiles& files = VerboseFiles::instance();
   if (!files.editor.empty())
@@ -234,10 +233,13 @@ void VerboseStream::finish() const {
   if (suppressed_ || !passesDomain(files, domain_, level_, breakpoint_))
     return;
   if (CatcherCall call; call) {
-    call(&VerboseCatcher::catchMessage, level_, location_, text_, domain_, threadState.indentDepth,
-         threadState.indentChar);
+    call(&VerboseCatcher::catchMessage, level_, locationText(file_, line_, function_), text_,
+         domain_, threadState.indentDepth, threadState.indentChar);
   } else {
-    if (!passesLevel(files, level_, breakpoint_) || !files.constraintsPass(location_))
+    if (!passesLevel(files, level_, breakpoint_))
+      return;
+    // Few hosts ask for the location, and putting it together is a good part of a message.
+    if (!files.constraints.empty() && !files.constraintsPass(locationText(file_, line_, function_)))
       return;
     print();
   }
@@ -252,7 +254,7 @@ void VerboseStream::print() const {
   std::string line;
   line.reserve(text_.size() + 40);
   if (VerboseFiles::instance().verbosity < 0)
-    line += "\033[0m" + location_;
+    line += "\033[0m" + locationText(file_, line_, function_);
   if (!domain_.empty()) {
     char levelText[16];
     std::snprintf(levelText, sizeof levelText, "<%3u> ", static_cast<unsigned>(level_));

@@ -73,8 +73,8 @@ public:
   /// @param breakpoint  true for a message that is shown whatever its level and domain, and then
   ///                    opens the editor named by `EDITOR` at its line and calls `breakpoint`.
   /// @param level       smaller is more important.
-  /// @param file,line,func  where the message comes from. The texts are copied; null counts as
-  ///                        empty.
+  /// @param file,line,func  where the message comes from; null counts as empty. The texts are not
+  ///                        copied, so they must outlive the message.
   /// @param initialText the begin of the message.
   /// @param domain      a name to filter by; may be empty.
   VerboseStream(bool suppressed, bool breakpoint, int level, const char* file, int line,
@@ -124,7 +124,9 @@ private:
   void print() const;
 
   int level_;
-  std::string location_;
+  const char* file_;
+  int line_;
+  const char* function_;
   std::string text_;
   std::string editorCommand_;
   std::string domain_;

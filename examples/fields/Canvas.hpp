@@ -44,7 +44,6 @@ public:
   /// The same from the bottom to the top, centred at y, with its left edge at x.
   void textUpwards(int x, int y, const std::string& text, Colour colour = Black);
 
-  const Pixels& pixels() const { return pixels_; }
   Pixels take() { return std::move(pixels_); }
 
 private:

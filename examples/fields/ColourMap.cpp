@@ -2,6 +2,7 @@
 
 #include "Canvas.hpp"
 #include "Refusal.hpp"
+#include "data/Joined.hpp"
 
 #include <algorithm>
 #include <cmath>
@@ -59,13 +60,11 @@ const std::vector<ColourMap::Scale>& ColourMap::scales() {
 }
 
 ColourMap::ColourMap(const std::string& name, const Range& range) : scale_(nullptr), range_(range) {
-  std::string known;
   for (const Scale& scale : scales()) {
     scale_ = scale.name == name ? &scale : scale_;
-    known += ' ' + scale.name;
   }
   if (scale_ == nullptr) {
-    throw Refusal("there is no colour map \"" + name + "\"; take one of" + known);
+    throw Refusal("there is no colour map \"" + name + "\"; take one of " + joined(names()));
   }
 }
 

@@ -2,6 +2,7 @@
 
 #include "Refusal.hpp"
 #include "data/DatasetLoader.hpp"
+#include "data/Joined.hpp"
 
 #include <tolvane/LoaderRegistry.hpp>
 #include <tolvane/Typename.hpp>
@@ -43,16 +44,9 @@ DatasetFile::DatasetFile(const std::string& path, const ProgressPtr& progress) {
   }
   const std::set<std::string> able = loadersFor(path);
   if (able.empty()) {
-    std::set<std::string> known;
-    for (const std::string& extension :
-         Tolvane::LoaderRegistry<Dataset>::getSupportedExtensions()) {
-      known.insert(extension);
-    }
-    std::string text = path + ": no loader reads such a file; give one that ends with";
-    for (const std::string& extension : known) {
-      text += ' ' + extension;
-    }
-    throw Refusal(text);
+    const auto all = Tolvane::LoaderRegistry<Dataset>::getSupportedExtensions();
+    throw Refusal(path + ": no loader reads such a file; give one that ends with " +
+                  joined(std::set<std::string>(all.begin(), all.end())));
   }
   for (const auto& attempt : attempts) {
     if (able.contains(attempt.loader)) {

@@ -1,6 +1,7 @@
 #include "ColourMap.hpp"
 #include "Commands.hpp"
 #include "DatasetFile.hpp"
+#include "data/Joined.hpp"
 #include "data/PictureSaver.hpp"
 
 #include <tolvane/Chunk.hpp>
@@ -11,15 +12,6 @@
 
 namespace fields {
 namespace {
-
-template <class List>
-std::string joined(const List& words) {
-  std::string text;
-  for (const std::string& word : words) {
-    text += (text.empty() ? "" : " ") + word;
-  }
-  return text;
-}
 
 void listModules(const ModuleFolder& modules) {
   std::cout << "modules: " << joined(modules.names()) << "\n";
@@ -41,13 +33,9 @@ void listModules(const ModuleFolder& modules) {
 
 void listAxis(const AxisPtr& axis, const char* what) {
   if (axis) {
-    const std::string unit =
-        axis->isLatitude() || axis->isLongitude() || axis->unit.find(" since ") != std::string::npos
-            ? ""
-            : ' ' + axis->unit;
     std::cout << "    " << what << "  " << axis->size() << " cells of " << axis->name << ", "
               << axis->label(axis->values.front()) << " to " << axis->label(axis->values.back())
-              << unit << "\n";
+              << axis->unitBehind() << "\n";
   }
 }
 

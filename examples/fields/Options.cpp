@@ -5,10 +5,12 @@
 #include <tolvane/Environment.hpp>
 #include <tolvane/SystemMemory.hpp>
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <cstdio>
 #include <limits>
+#include <span>
 #include <sstream>
 #include <string_view>
 
@@ -22,14 +24,8 @@ constexpr std::array<std::string_view, 19> WithValue = {
     "--modules", "--order", "--out",    "--progress", "--range", "--region", "--seed",
     "--size",    "--time",  "--times",  "--to",       "--name"};
 
-template <class List>
-bool contains(const List& list, std::string_view word) {
-  for (const std::string_view known : list) {
-    if (known == word) {
-      return true;
-    }
-  }
-  return false;
+bool contains(std::span<const std::string_view> list, std::string_view word) {
+  return std::ranges::find(list, word) != list.end();
 }
 
 std::vector<std::string> split(const std::string& text) {

@@ -2,6 +2,7 @@
 
 #include "Refusal.hpp"
 #include "data/FileError.hpp"
+#include "data/Joined.hpp"
 #include "data/PictureSaver.hpp"
 
 #include <tolvane/SaveParameters.hpp>
@@ -75,11 +76,7 @@ void requireFormat(const std::string& path) {
       known.insert(format->extensions().begin(), format->extensions().end());
     }
   }
-  std::string text = path + ": no module saves such a picture; end its name with";
-  for (const std::string& extension : known) {
-    text += ' ' + extension;
-  }
-  throw Refusal(text);
+  throw Refusal(path + ": no module saves such a picture; end its name with " + joined(known));
 }
 
 std::string pictureExtension() {

@@ -98,7 +98,7 @@ std::string Reel::label(std::size_t frame) const {
     return variable.name;
   }
   const std::string text = axis->label(axis->values[frame]);
-  return alongTime() || axis->isLatitude() || axis->isLongitude() ? text : text + ' ' + axis->unit;
+  return alongTime() ? text : text + axis->unitBehind();
 }
 
 /// One level where the slices lie across the levels and the file has each by itself.
@@ -144,11 +144,8 @@ const Painter::Sources& Reel::chain(std::size_t frame) {
 const PainterPtr& Reel::painter(std::size_t frame) {
   PainterPtr& painter = painters_[frame];
   if (!painter) {
-    const Variable& variable = variables_.front();
-    const Cut cut = cutOf(frame);
-    painter = new Painter(
-        workshop_, chain(frame),
-        Layout(*cut.horizontal(variable), *cut.vertical(variable), selection_.size), map_);
+    const auto [x, y] = axes();
+    painter = new Painter(workshop_, chain(frame), Layout(*x, *y, selection_.size), map_);
   }
   return painter;
 }
@@ -204,10 +201,14 @@ void Reel::useMap(const Range& range) {
   map_ = new ColourMap(name, wanted);
 }
 
+std::pair<AxisPtr, AxisPtr> Reel::axes() const {
+  const Cut cut = cutOf(0);
+  return {cut.horizontal(variables_.front()), cut.vertical(variables_.front())};
+}
+
 std::pair<Tolvane::memsize_t, std::string> Reel::largest() const {
   const Variable& variable = variables_.front();
-  const Cut cut = cutOf(0);
-  const AxisPtr x = cut.horizontal(variable), y = cut.vertical(variable);
+  const auto [x, y] = axes();
   const Layout layout(*x, *y, selection_.size);
   std::pair<Tolvane::memsize_t, std::string> largest{Field::bytesFor(variable, levelsPerField()),
                                                      "a field as it is read"};
@@ -217,8 +218,7 @@ std::pair<Tolvane::memsize_t, std::string> Reel::largest() const {
 
 Tolvane::memsize_t Reel::total(std::size_t first, std::size_t last) const {
   const Variable& variable = variables_.front();
-  const Cut cut = cutOf(0);
-  const AxisPtr x = cut.horizontal(variable), y = cut.vertical(variable);
+  const auto [x, y] = axes();
   const Layout layout(*x, *y, selection_.size);
   const std::size_t frames = last - first + 1, parts = variables_.size();
   const std::size_t planes = parts + (parts == 2 ? 1 : 0) + (selection_.gradient ? 1 : 0);

@@ -61,6 +61,7 @@ private:
   std::size_t timeOf(std::size_t frame) const { return alongTime() ? frame : selection_.time; }
   bool alongTime() const { return !selection_.along; }
   std::size_t levelsPerField() const;
+  std::pair<AxisPtr, AxisPtr> axes() const; // across and up, the same for all frames
   const Variable& variableOf(const std::string& name) const;
   std::string fittingMap(const Range& range) const;
   PlaneMakerPtr slice(const Variable& variable, std::size_t frame);

@@ -12,8 +12,7 @@ std::string placeOf(const Variable& variable, const Cut& cut) {
   if (!axis) {
     return {};
   }
-  const std::string unit = axis->isLatitude() || axis->isLongitude() ? "" : axis->unit;
-  return axis->name + ' ' + axis->label(axis->values[cut.index]) + (unit.empty() ? "" : ' ' + unit);
+  return axis->name + ' ' + axis->label(axis->values[cut.index]) + axis->unitBehind();
 }
 
 } // namespace

@@ -9,6 +9,7 @@
 #include <fstream>
 #include <functional>
 #include <gtest/gtest.h>
+#include <iomanip>
 #include <map>
 #include <sstream>
 
@@ -31,32 +32,22 @@ protected:
     fs::create_directories(folder_);
   }
 
-  std::string path(const std::string& name) const { return (folder_ / name).string(); }
+  std::string path(const std::string& name) const { return (folder_ / name).generic_string(); }
 
   void write(const std::string& name, const std::string& bytes) const {
     std::ofstream(path(name), std::ios::binary) << bytes;
   }
 
-  std::string read(const std::string& name) const {
-    std::ifstream file(path(name), std::ios::binary);
-    std::ostringstream text;
-    text << file.rdbuf();
-    return text.str();
-  }
+  std::string read(const std::string& name) const { return contentOf(path(name)); }
 
-  /// Words that begin with "@" are files of the folder; "~" stands for a blank.
+  /// Words that begin with "@" are files of the folder.
   ProbeResult run(const std::string& typed, ProbeOptions options = {}) const {
-    std::vector<std::string> words;
     std::istringstream in(typed);
-    for (std::string word; in >> word;) {
-      std::replace(word.begin(), word.end(), '~', ' ');
-      words.push_back(word.starts_with("@") ? path(word.substr(1)) : word);
-    }
+    std::string line;
+    for (std::string word; in >> std::quoted(word, '\'');)
+      line += '\'' + (word.starts_with('@') ? path(word.substr(1)) : word) + "' ";
     options.program = TOLVANE_FIELDS;
-    ProbeResult result = runProbe(words, options);
-    result.out = textOf(result.out);
-    result.err = textOf(result.err);
-    return result;
+    return probe(line, options);
   }
 
   /// The files of the folder with their content.
@@ -151,14 +142,47 @@ std::string nifti(std::int16_t type, const Rows& rows = Straight, bool swapped =
     put(bytes, 280 + 4 * i, rows[i], swapped);
   bytes.replace(344, 3, "n+1");
   for (std::size_t i = 0; i < 8; ++i) {
-    const std::size_t offset = 352 + i * size;
+    const std::size_t at = 352 + i * size;
     const auto value = static_cast<std::int8_t>(i + 1);
-    type == 2    ? put(bytes, offset, value, swapped)
-    : type == 4  ? put(bytes, offset, std::int16_t{value}, swapped)
-    : type == 16 ? put(bytes, offset, float{static_cast<float>(value)}, swapped)
-                 : put(bytes, offset, double{static_cast<double>(value)}, swapped);
+    type == 2    ? put(bytes, at, value, swapped)
+    : type == 4  ? put(bytes, at, std::int16_t{value}, swapped)
+    : type == 16 ? put(bytes, at, static_cast<float>(value), swapped)
+                 : put(bytes, at, static_cast<double>(value), swapped);
   }
   return bytes;
+}
+
+#endif
+
+#ifdef FIELDS_WITH_NETCDF
+
+/// Two times, two levels, and rows from the south: 1 to 16. The first value is missing.
+void writeNetcdf(const std::string& path) {
+  const auto check = [](int status) { ASSERT_EQ(status, NC_NOERR) << nc_strerror(status); };
+  int file = 0, ids[4] = {}, variable = 0, latitude = 0, depth = 0;
+  check(nc_create(path.c_str(), NC_CLOBBER, &file));
+  check(nc_def_dim(file, "time", NC_UNLIMITED, &ids[0]));
+  const char* names[] = {"z", "lat", "lon"};
+  for (int i = 0; i < 3; ++i)
+    check(nc_def_dim(file, names[i], 2, &ids[i + 1]));
+  check(nc_def_var(file, "z", NC_DOUBLE, 1, &ids[1], &depth));
+  check(nc_put_att_text(file, depth, "positive", 4, "down"));
+  check(nc_def_var(file, "lat", NC_DOUBLE, 1, &ids[2], &latitude));
+  check(nc_put_att_text(file, latitude, "units", 13, "degrees_north"));
+  check(nc_def_var(file, "warmth", NC_SHORT, 4, ids, &variable));
+  const double factor = 0.5, missing = 2;
+  check(nc_put_att_double(file, variable, "scale_factor", NC_DOUBLE, 1, &factor));
+  check(nc_put_att_double(file, variable, "missing_value", NC_DOUBLE, 1, &missing));
+  check(nc_enddef(file));
+  const std::size_t start[4] = {}, count[4] = {2, 2, 2, 2};
+  const double ends[2] = {10, 20};
+  short values[16];
+  for (short i = 0; i < 16; ++i)
+    values[i] = static_cast<short>(2 * i + 2);
+  check(nc_put_vara_short(file, variable, start, count, values));
+  check(nc_put_var_double(file, latitude, ends));
+  check(nc_put_var_double(file, depth, ends));
+  check(nc_close(file));
 }
 
 #endif
@@ -212,11 +236,22 @@ TEST_F(FieldsHost, DrawsEachCornerWhereItBelongs) {
                    {"f.nii", scaled, "--at 1", {2.5, 3, 1.5, 2}},
                });
 #endif
+#ifdef FIELDS_WITH_NETCDF
+  writeNetcdf(path("a.nc"));
+  const std::string netcdf = read("a.nc");
+  cases.insert(cases.end(),
+               {
+                   {"1.nc", netcdf, "warmth", {3, 4, Missing, 2}},
+                   {"2.nc", netcdf, "--at 2", {7, 8, 5, 6}},
+                   {"3.nc", netcdf, "--range 8:18 --time 2", {3, 4, 1, 2}},
+                   {"4.nc", netcdf, "--range 8:18 --time 2 --cut x --at 1", {1, 3, 5, 7}},
+               });
+#endif
   for (const Case& each : cases) {
     SCOPED_TRACE(each.file);
     write(each.file, each.bytes);
-    const ProbeResult result = run("show @" + each.file + " " + each.options +
-                                   " --map grey --range 0:10 --size 60 --out @p.ppm");
+    const ProbeResult result = run("show --map grey --range 0:10 --size 60 --out @p.ppm @" +
+                                   each.file + " " + each.options);
     ASSERT_EQ(result.exitCode, 0) << result.err;
     EXPECT_EQ(result.err, "");
     expectCorners(Image(read("p.ppm")), each.corners);
@@ -259,7 +294,7 @@ TEST_F(FieldsHost, RefusesWithOneLineAndLeavesNothing) {
       {"show @a.asc --cut w", "--cut takes x, y or z"},
       {"show @a.asc --map pink", "no colour map \"pink\"; take one of grey"},
       {"show @a.asc --range 3:1", "the lower value first"},
-      {"show @a.asc --region 1,2~3", "three points or more"},
+      {"show @a.asc --region '1,2 3'", "three points or more"},
       {"show @a.asc --size 9999", "up to 4000"},
       {"show @a.asc --budget 12X", "is no size"},
       {"show @a.asc --budget 100", "too small for a single object: a picture takes"},
@@ -305,6 +340,10 @@ TEST_F(FieldsHost, RefusesWithOneLineAndLeavesNothing) {
 #ifdef FIELDS_WITH_NETCDF
   write("text.nc", "no such thing");
   write("head.nc", std::string("CDF\1\0\0\0\1\0\0\0\12\0\0", 14));
+  writeNetcdf(path("whole.nc"));
+  const std::string netcdf = read("whole.nc");
+  write("cut.nc", netcdf.substr(0, netcdf.size() - 1));
+  cases.emplace_back("list @cut.nc", "is cut off: it ends after ");
   cases.emplace_back("show @text.nc", "is no NetCDF file");
   cases.emplace_back("show @head.nc", "is cut off inside its header");
 #endif
@@ -348,7 +387,7 @@ TEST_F(FieldsHost, PlaysTheSamePicturesUnderEveryBudget) {
   const auto play = [&](const std::string& name, const std::string& budget) {
     const ProbeResult result =
         run("play @a.asc --size 60 --order forwards,random --times 3 --out @out --seed 5 --listing "
-            "--region 2,42~9,42~5,49 --name " +
+            "--region '2,42 9,42 5,49' --name " +
             name + " --budget " + budget);
     EXPECT_EQ(result.exitCode, 0) << result.err;
     EXPECT_NE(result.err.find("100 %"), std::string::npos) << result.err;
@@ -382,61 +421,12 @@ TEST_F(FieldsHost, PlaysTheSamePicturesUnderEveryBudget) {
   EXPECT_GT(read("out/fields-compare" + end).size(), 1000U);
 
   const ProbeResult shown =
-      run("show @a.asc --region 0,58~2,58~2,60~0,60 --budget 2M --out @p" + end,
+      run("show @a.asc --region '0,58 2,58 2,60 0,60' --budget 2M --out @p" + end,
           {.environment = {{"TOLVANE_VERBOSITY", "5"}}});
   EXPECT_NE(shown.out.find("region: 4 cells, mean 8.5 m"), std::string::npos) << shown.out;
   EXPECT_NE(shown.out.find("made from a.asc/height at 0/slice"), std::string::npos) << shown.out;
   EXPECT_NE(shown.err.find("reading height"), std::string::npos) << shown.err;
 }
-
-#ifdef FIELDS_WITH_NETCDF
-
-TEST_F(FieldsHost, ReadsExactlyThePieceOfANetcdfFile) {
-  // Two times, two levels, and rows from the south: 1 to 16. The first value is missing.
-  const auto check = [](int status) { ASSERT_EQ(status, NC_NOERR) << nc_strerror(status); };
-  int file = 0, ids[4] = {}, variable = 0, latitude = 0, depth = 0;
-  check(nc_create(path("a.nc").c_str(), NC_CLOBBER, &file));
-  check(nc_def_dim(file, "time", NC_UNLIMITED, &ids[0]));
-  const char* names[] = {"z", "lat", "lon"};
-  for (int i = 0; i < 3; ++i)
-    check(nc_def_dim(file, names[i], 2, &ids[i + 1]));
-  check(nc_def_var(file, "z", NC_DOUBLE, 1, &ids[1], &depth));
-  check(nc_put_att_text(file, depth, "positive", 4, "down"));
-  check(nc_def_var(file, "lat", NC_DOUBLE, 1, &ids[2], &latitude));
-  check(nc_put_att_text(file, latitude, "units", 13, "degrees_north"));
-  check(nc_def_var(file, "warmth", NC_SHORT, 4, ids, &variable));
-  const double factor = 0.5, missing = 2;
-  check(nc_put_att_double(file, variable, "scale_factor", NC_DOUBLE, 1, &factor));
-  check(nc_put_att_double(file, variable, "missing_value", NC_DOUBLE, 1, &missing));
-  check(nc_enddef(file));
-  const std::size_t start[4] = {}, count[4] = {2, 2, 2, 2};
-  const double ends[2] = {10, 20};
-  short values[16];
-  for (short i = 0; i < 16; ++i)
-    values[i] = static_cast<short>(2 * i + 2);
-  check(nc_put_vara_short(file, variable, start, count, values));
-  check(nc_put_var_double(file, latitude, ends));
-  check(nc_put_var_double(file, depth, ends));
-  check(nc_close(file));
-  const std::vector<std::pair<std::string, std::array<double, 4>>> cases = {
-      {"--range 0:10", {3, 4, Missing, 2}},
-      {"--range 0:10 --at 2", {7, 8, 5, 6}},
-      {"--range 8:18 --time 2", {3, 4, 1, 2}},
-      {"--range 8:18 --time 2 --cut x --at 1", {1, 3, 5, 7}},
-  };
-  for (const auto& [options, corners] : cases) {
-    SCOPED_TRACE(options);
-    const ProbeResult result =
-        run("show @a.nc warmth --map grey --size 60 --out @p.ppm " + options);
-    ASSERT_EQ(result.exitCode, 0) << result.err;
-    expectCorners(Image(read("p.ppm")), corners);
-  }
-  const std::string bytes = read("a.nc");
-  write("cut.nc", bytes.substr(0, bytes.size() - 1));
-  EXPECT_NE(run("list @cut.nc").err.find("is cut off: it ends after "), std::string::npos);
-}
-
-#endif
 
 #ifdef FIELDS_REAL_DATA
 

@@ -1,16 +1,5 @@
 // What the compiler refuses, and the words it must say. The file compiles as it is; with WRONG set
-// to a number, the line of that number does not.
-//
-//   WRONG 1: name the class, not a pointer or a reference to it
-//   WRONG 2: name the class, not a pointer or a reference to it
-//   WRONG 3: T must derive from ReferenceBase<Base>
-//   WRONG 4: as in StrongPtr<T, Base>
-//   WRONG 5: include the header of T before a pointer is made of a T*
-//   WRONG 6: include the header of T before its object is looked at
-//   WRONG 7: include the header of T before its object is looked at
-//   WRONG 8: convert through get() where the object really has both
-//   WRONG 9: convert through get() where the object really has both
-//   WRONG 10: a pointer to a constant object converts to pointers to constant objects only
+// to a number, what stands under that number does not.
 
 #include <tolvane/StrongPtr.hpp>
 
@@ -43,25 +32,25 @@ inline bool moveOut(Keeper& keeper, StrongPtr<Named>& strong) {
 
 void refused(const StrongPtr<Solid>& solid, const StrongPtr<const Solid>& constant,
              const StrongPtr<Other>& other, const WeakPtr<Named>& named, Named* object) {
-#if WRONG == 1
+#if WRONG == 1 // name the class, not a pointer or a reference to it
   const StrongPtr<int> p;
-#elif WRONG == 2
+#elif WRONG == 2  // name the class, not a pointer or a reference to it
   const WeakPtr<Solid*> p;
-#elif WRONG == 3
+#elif WRONG == 3  // T must derive from ReferenceBase<Base>
   const StrongPtr<Plain> p = new Plain;
-#elif WRONG == 4
+#elif WRONG == 4  // as in StrongPtr<T, Base>
   const StrongPtr<Cube> p = new Cube;
-#elif WRONG == 5
+#elif WRONG == 5  // include the header of T before a pointer is made of a T*
   const StrongPtr<Named> p = object;
-#elif WRONG == 6
+#elif WRONG == 6  // include the header of T before its object is looked at
   *named;
-#elif WRONG == 7
+#elif WRONG == 7  // include the header of T before its object is looked at
   named.lock().get();
-#elif WRONG == 8
+#elif WRONG == 8  // convert through get() where the object really has both
   const StrongPtr<Solid> p(other);
-#elif WRONG == 9
+#elif WRONG == 9  // convert through get() where the object really has both
   const WeakPtr<Cube, Solid> p(other);
-#elif WRONG == 10
+#elif WRONG == 10 // a pointer to a constant object converts to pointers to constant objects only
   const WeakPtr<Solid> p(constant);
 #else
   const StrongPtr<Cube, Solid> down(solid);

@@ -71,6 +71,11 @@ std::string Axis::label(double value) const {
   return date.empty() ? numberText(value) : date;
 }
 
+std::string Axis::unitBehind() const {
+  const bool told = isLongitude() || isLatitude() || unit.find(" since ") != std::string::npos;
+  return told || unit.empty() ? "" : ' ' + unit;
+}
+
 std::string Axis::title() const {
   if (isLongitude() || isLatitude() || unit.empty()) {
     return name;

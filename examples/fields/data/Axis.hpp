@@ -24,8 +24,11 @@ struct Axis {
   bool isLongitude() const { return unit.starts_with("degrees_e") || unit.starts_with("degree_e"); }
   bool isLatitude() const { return unit.starts_with("degrees_n") || unit.starts_with("degree_n"); }
 
-  /// A coordinate with its unit or direction, as people write it: "30 S", "120 m", "12 Jan 1982".
+  /// A coordinate with its direction, as people write it: "30S", "120", "12 Jan 1982".
   FIELDS_API std::string label(double value) const;
+
+  /// What follows a coordinate: a blank and the unit; nothing where the coordinate tells it.
+  FIELDS_API std::string unitBehind() const;
 
   /// The name with the unit, for the edge of a picture.
   FIELDS_API std::string title() const;

@@ -1,6 +1,7 @@
 #include "DatasetLoader.hpp"
 
 #include "FileError.hpp"
+#include "Joined.hpp"
 
 #include <tolvane/Chunk.hpp>
 
@@ -26,11 +27,7 @@ bool DatasetLoader::load(const Parameters& parameters, ldrpar* result) {
   auto* const wanted = dynamic_cast<DatasetResult*>(result);
   if (wanted == nullptr || !isloadable(parameters)) {
     if (parameters) {
-      std::string text = "reads only files that end with";
-      for (const std::string& extension : extensions()) {
-        text += ' ' + extension;
-      }
-      parameters->setStatusText(text);
+      parameters->setStatusText("reads only files that end with " + joined(extensions()));
     }
     return false;
   }

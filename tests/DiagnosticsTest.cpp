@@ -183,44 +183,6 @@ TEST_F(IrregularityLog, HoldsTheReportsOfOneProcess) {
   }
 }
 
-TEST_F(IrregularityLog, HoldsReportsThatComeAfterTheEndOfTheLibrary) {
-  const auto line = [](const std::string& text) {
-    return "\033[0m" + text + "<  0> \033[1m\033[31m" + text + "\033[0m\n";
-  };
-  std::vector<std::string> filters = {""};
-  std::string expected = entry("[^\n]* ", "early"), last = entry("[^\n]* ", "last");
-#ifdef _WIN32
-  // Exit handlers come first; when the modules end, threads are gone that may hold up the stack.
-  expected += entry("[^\n]* ", "late") + last.erase(last.find(R"(\n ---)"));
-#else
-  expected += last + entry("[^\n]* ", "late");
-  filters.push_back("early,late:"); // malformed, but there is no caller left to surface to
-#endif
-  for (const std::string& filter : filters) {
-    const ProbeResult run =
-        probe("'" TOLVANE_TEST_MODULE_DIR "/Reports" TOLVANE_TEST_MODULE_SUFFIX "'",
-              {.environment = {{"TOLVANE_VERBOSITY_FILE_WRITE", "used.txt"},
-                               {"TOLVANE_VERBOSITY_DOMAINS", filter}},
-               .directory = folder,
-               .program = TOLVANE_TEST_HOST_DIR "/CallsLate" TOLVANE_TEST_PROGRAM_SUFFIX});
-    EXPECT_EQ(run.exitCode, 0) << filter;
-    EXPECT_EQ(run.err, line("early") + (filter.empty() ? line("late") : "")) << filter;
-    const std::string text = textOf(contentOf(log));
-    EXPECT_TRUE(matches(text, expected)) << text;
-    EXPECT_TRUE(contentOf(folder + "/used.txt").ends_with("Reports.cpp\n"));
-  }
-}
-
-TEST_F(IrregularityLog, IsDoneWithoutWhenItCannotBeWritten) {
-  fs::create_directory(log);
-  EXPECT_EQ(logAfter("report 1 reason -- late_report"), std::nullopt);
-#ifndef _WIN32
-  fs::remove(log);
-  fs::create_symlink("/dev/full", log);
-  EXPECT_EQ(logAfter("report 1 reason -- late_report"), std::nullopt);
-#endif
-}
-
 namespace {
 
 void scope(const char* name, int level, int line = 1) {

@@ -23,10 +23,6 @@ using namespace std::string_literals;
 namespace {
 
 constexpr const char* variable = "ENVIRONMENT_TEST_VARIABLE";
-constexpr int intMax = std::numeric_limits<int>::max(), intMin = std::numeric_limits<int>::min();
-constexpr long longMax = std::numeric_limits<long>::max(),
-               longMin = std::numeric_limits<long>::min();
-
 void unset(const char* name) {
 #ifdef _WIN32
   setEnv(name, "", true);
@@ -39,53 +35,6 @@ struct Named {};
 struct Other {};
 
 } // namespace
-
-TEST(Environment, ReadsNumbers) {
-  // Values that 32 bits cannot hold read as the limit of `long` where it has 32 bits.
-  const auto narrowed = [](double value) {
-    if (sizeof(long) > sizeof(int) || (value > intMin && value < intMax))
-      return static_cast<long>(value);
-    return value < 0 ? longMin : longMax;
-  };
-  const auto infinity = std::numeric_limits<double>::infinity();
-  // The text, and what it reads as: an integer, a long, a floating-point number.
-  const std::tuple<const char*, int, long, double> cases[] = {
-      {"12abc", 12, 12, 12},
-      {"-3.7", -3, -3, -3.7},
-      {"  0.9", 0, 0, 0.9},
-      {"1e3", 1000, 1000, 1000},
-      {"+7", 7, 7, 7},
-      {"--3", 0, 0, 0},
-      {" ", 0, 0, 0},
-      {"1e99", intMax, longMax, 1e99},
-      {"-1e99", intMin, longMin, -1e99},
-      {"1e999", intMax, longMax, infinity},
-      {"2147483647.9", intMax, 2147483647, 2147483647.9},
-      {"2147483648", intMax, narrowed(2147483648.0), 2147483648.0},
-      {"-2147483648.9", intMin, intMin, -2147483648.9},
-      {"-2147483649", intMin, narrowed(-2147483649.0), -2147483649.0},
-      {"9223372036854775807", intMax, longMax, 9223372036854775807.0}};
-  for (const auto& [text, asInteger, asLong, asFloat] : cases) {
-    ASSERT_TRUE(setEnv(variable, text, true));
-    EXPECT_EQ(getEnvInteger(variable, nullptr, 99), asInteger) << text;
-    EXPECT_EQ(getEnvLong(variable, nullptr), asLong) << text;
-    EXPECT_EQ(getEnvFloat(variable, nullptr, 99), asFloat) << text;
-    EXPECT_EQ(getEnvString(variable, nullptr), text);
-  }
-#ifndef _WIN32
-  for (const auto& [text, expected] :
-       {std::pair("nan", 0), std::pair("-inf", intMin), std::pair("0x10", 16)}) {
-    setEnv(variable, text, true);
-    EXPECT_EQ(getEnvInteger(variable, nullptr, 99), expected) << text;
-    EXPECT_EQ(getEnvLong(variable, nullptr), expected == intMin ? longMin : expected) << text;
-  }
-#endif
-  unset(variable);
-  EXPECT_EQ(getEnvInteger(variable, nullptr, 7), 7);
-  EXPECT_EQ(getEnvLong(variable, nullptr), 0);
-  EXPECT_EQ(getEnvFloat(variable, nullptr, -0.5), -0.5);
-  EXPECT_EQ(getEnvString(variable, nullptr), "");
-}
 
 TEST(Environment, SetsAndKeepsVariables) {
   unset(variable);
@@ -116,10 +65,7 @@ TEST(Environment, ListsDescribedReads) {
     std::string command, expected;
   } cases[] = {
       {std::nullopt, read, "5\n"},
-      {"0.9", read, "5\n"},
-      {"yes", read, "5\n"},
       {"1", read, listed},
-      {"-1", read, listed},
       {"1", "env integer X n 3", "X: n\n5\n"},
       {"1", "env long X n", "X: n\n5\n"},
       {"1", "env float X n 0.5", "X: n\n5\n"},
@@ -220,8 +166,7 @@ TEST(Exception, NullPointerIsReported) {
                              "\n *** NullPtrException::NullPtrException(type = int, base class = "
                              "int32_t) *** \n\n";
   const std::string listed = "TOLVANE_NO_ASSERT: don't do assertions on nullptrs\n";
-  for (const char* noAssert : {"0", "1"})
-    EXPECT_EQ(outputOf("null_ptr_exception int int", {{"TOLVANE_NO_ASSERT", noAssert}}), report);
+  EXPECT_EQ(outputOf("null_ptr_exception int int"), report);
   const std::string twice = outputOf("null_ptr_exception int int -- null_ptr_exception double bool",
                                      {{"SHOW_ENVIRONMENT_CONTROL_VARIABLES", "1"}});
   EXPECT_TRUE(twice.ends_with(report + listed +
@@ -230,15 +175,6 @@ TEST(Exception, NullPointerIsReported) {
                               "= bool) *** \n\n" +
                               listed))
       << twice;
-}
-
-TEST(Exception, TerminateHandlerAnnouncesAnUncaughtException) {
-  const ProbeResult announced = probe("install_terminate_handler -- throw_uncaught"),
-                    silent = probe("throw_uncaught");
-  EXPECT_EQ(announced.out, "Tolvane:: C++ terminate handler called - uncaught exception!\n");
-  EXPECT_EQ(silent.out, "");
-  for (const ProbeResult& run : {announced, silent})
-    EXPECT_TRUE(run.aborted()) << run.exitCode << ' ' << run.signal;
 }
 
 TEST(SystemMemory, FollowsAnAllocation) {
@@ -268,14 +204,6 @@ TEST(SystemMemory, MeasuresFromTheBaseline) {
   EXPECT_LT(getRelativeMemUsage(), 0);
 }
 
-TEST(SystemMemory, ImmediateExitRunsNothing) {
-  for (const int code : {0, 7, 255}) {
-    const ProbeResult run = probe("immediate_exit " + std::to_string(code) + " unflushed");
-    EXPECT_EQ(run.exitCode, code);
-    EXPECT_EQ(contentOf("unflushed") + run.err, "");
-  }
-}
-
 TEST(Typename, FundamentalTypesHaveDefaultNames) {
   demangleSymbol("i");
   // Types without a registered name are demangled, with their parts in plain C++.
@@ -297,8 +225,8 @@ TEST(Typename, FundamentalTypesHaveDefaultNames) {
 }
 
 TEST(Typename, FirstRequestsOfAProcess) {
-  const std::string module = "'" TOLVANE_TEST_MODULE_DIR "/NamesItsType" TOLVANE_TEST_MODULE_SUFFIX
-                             "' -- ",
+  const std::string module =
+                        "'" TOLVANE_TEST_MODULE_DIR "/Lingers" TOLVANE_TEST_MODULE_SUFFIX "' -- ",
                     named = "type_is_named 'the module\\'s type'";
   const std::pair<std::string, const char*> cases[] = {
       // The default names come with the first demangling.
@@ -309,11 +237,7 @@ TEST(Typename, FirstRequestsOfAProcess) {
       {"type_names unsigned -- set_type_name int mine -- type_names int", "unsigned int\nmine\n"},
       {"type_ids int double int named double", "2\n3\n2\n4\n3\n"},
       // A module names its type while it is loaded.
-      {named + " -- load_module " + module + named + " -- unload_module -- " + named, "0\n1\n0\n"},
-      // A process whose threads are stopped inside the table still comes to its end.
-      {"load_module " + module + "name_types_for_ever", ""},
-      {"load_module " + module + "name_types_for_ever", ""},
-      {"load_module " + module + "name_types_for_ever", ""}};
+      {named + " -- load_module " + module + named + " -- unload_module -- " + named, "0\n1\n0\n"}};
   for (const auto& [command, expected] : cases)
     EXPECT_EQ(outputOf(command), expected) << command;
 }

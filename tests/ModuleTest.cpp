@@ -4,7 +4,6 @@
 
 #include <tolvane/Verbose.hpp>
 
-#include <filesystem>
 #include <gtest/gtest.h>
 
 using namespace Tolvane;
@@ -192,43 +191,6 @@ TEST(Module, TakesItsTypesOutBeforeItGoes) {
     EXPECT_EQ(cache->purge(), 2000U);
     EXPECT_EQ(cache->nEntries(), 0U);
     EXPECT_EQ(Typename(typeid(guest::Square)), "guest::Square");
-  }
-}
-
-// A host that does not link the library, and loads and unloads it, twice in one process.
-TEST(Module, LibraryComesLateAndGoesEarly) {
-  const std::string once = "(none)\nused: 2 (anonymous namespace)::Item 42\n",
-                    round = once + "mapped: 0 0\nopen: 0\n";
-  const struct {
-    std::string how, expected;
-    std::vector<std::string> prefixes; // of what it leaves
-  } cases[] = {
-      {"unload", round + round, {"0", "1"}},
-      // With a thread that used the library and ends after it went.
-      {"unload_before_thread", round + round, {"0", "1"}},
-      // Never unloaded: the end of the process does the same.
-      {"stay", once, {""}},
-  };
-  for (const auto& c : cases) {
-    std::filesystem::create_directory(c.how);
-    const ProbeResult run =
-        runProbe({TOLVANE_TEST_LIBRARY,
-                  TOLVANE_TEST_MODULE_DIR "/UsesLibrary" TOLVANE_TEST_MODULE_SUFFIX, c.how},
-                 // The tables of the library stay allocated until the process ends; a leak detector
-                 // cannot reach them once the library itself is unmapped.
-                 {.environment = {{"TOLVANE_VERBOSITY_FILE_WRITE", "used.txt"},
-                                  {"ASAN_OPTIONS", "detect_leaks=0"}},
-                  .directory = c.how,
-                  .program = TOLVANE_TEST_HOST_DIR "/LoadsLibrary" TOLVANE_TEST_PROGRAM_SUFFIX});
-    EXPECT_EQ(run.exitCode, 0) << c.how << run.signal << run.out;
-    EXPECT_EQ(run.err, "") << c.how;
-    EXPECT_EQ(textOf(run.out), c.expected) << c.how;
-    for (const std::string& prefix : c.prefixes) {
-      EXPECT_TRUE(contentOf(c.how + '/' + prefix + "used.txt").ends_with("UsesLibrary.cpp\n"));
-      const std::string log = contentOf(c.how + '/' + prefix + "Irregularities.log");
-      EXPECT_NE(log.find(" because of used late"), std::string::npos) << c.how << log;
-      EXPECT_EQ(log.find("IRREGULARITY"), log.rfind("IRREGULARITY")) << c.how << log;
-    }
   }
 }
 

@@ -19,8 +19,13 @@ extern char** environ;
 namespace {
 
 constexpr int timeLimit = 120; // seconds
-const char* const outFile = "probe.out";
-const char* const errFile = "probe.err";
+const char* const streamFiles[] = {
+#ifdef _WIN32
+    "NUL",
+#else
+    "/dev/null",
+#endif
+    "probe.out", "probe.err"};
 
 bool isReadByTheLibrary(const std::string& name) {
   return name.starts_with("TOLVANE_") || name == "MEMCACHE_VERBOSITY" || name == "EDITOR" ||
@@ -41,6 +46,15 @@ std::vector<std::string> entriesOf(const std::vector<std::string>& inherited, Va
     if (value)
       entries.push_back(name + '=' + *value);
   return entries;
+}
+
+std::string pathOf(int stream, const ProbeOptions& options) {
+  const auto chosen = options.streams.find(stream);
+  return chosen == options.streams.end() ? streamFiles[stream] : chosen->second;
+}
+
+std::string written(int stream, const ProbeOptions& options) {
+  return options.streams.contains(stream) ? "" : contentOf(streamFiles[stream]);
 }
 
 [[noreturn]] void fail(const std::string& program) {
@@ -72,15 +86,19 @@ ProbeResult start(const std::vector<std::string>& words, const ProbeOptions& opt
   for (const std::string& word : words)
     line += quoted(word) + ' ';
   SECURITY_ATTRIBUTES toChildren = {sizeof toChildren, nullptr, TRUE};
-  const auto open = [&](const char* path, DWORD access, DWORD how) {
-    return CreateFileA(path, access, FILE_SHARE_READ | FILE_SHARE_WRITE, &toChildren, how, 0, {});
+  const auto open = [&](int stream) {
+    const std::string path = pathOf(stream, options);
+    return path.empty() ? nullptr
+                        : CreateFileA(path.c_str(), stream == 0 ? GENERIC_READ : GENERIC_WRITE,
+                                      FILE_SHARE_READ | FILE_SHARE_WRITE, &toChildren,
+                                      stream == 0 ? OPEN_EXISTING : CREATE_ALWAYS, 0, {});
   };
   STARTUPINFOA startup = {};
   startup.cb = sizeof startup;
   startup.dwFlags = STARTF_USESTDHANDLES;
-  startup.hStdInput = options.closeStdin ? nullptr : open("NUL", GENERIC_READ, OPEN_EXISTING);
-  startup.hStdOutput = open(outFile, GENERIC_WRITE, CREATE_ALWAYS);
-  startup.hStdError = open(errFile, GENERIC_WRITE, CREATE_ALWAYS);
+  startup.hStdInput = open(0);
+  startup.hStdOutput = open(1);
+  startup.hStdError = open(2);
   PROCESS_INFORMATION process = {};
   const char* const directory = options.directory.empty() ? nullptr : options.directory.c_str();
   // On an emulated system that is short of time, a process now and then does not come up.
@@ -100,7 +118,7 @@ ProbeResult start(const std::vector<std::string>& words, const ProbeOptions& opt
                               process.hProcess, process.hThread})
     if (handle)
       CloseHandle(handle);
-  return {static_cast<int>(code), 0, contentOf(outFile), contentOf(errFile)};
+  return {static_cast<int>(code), 0, written(1, options), written(2, options)};
 }
 
 #else
@@ -119,28 +137,30 @@ ProbeResult start(std::vector<std::string> words, const ProbeOptions& options) {
     inherited.emplace_back(*entry);
   std::vector<std::string> entries = entriesOf(inherited, options.environment);
   const std::vector<char*> arguments = pointersTo(words), variables = pointersTo(entries);
-  const int in = open("/dev/null", O_RDONLY | O_CLOEXEC);
-  const int out = open(outFile, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
-  const int err = open(errFile, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+  int files[3];
+  for (int i = 0; i < 3; ++i)
+    files[i] = open(pathOf(i, options).c_str(),
+                    (i == 0 ? O_RDONLY : O_WRONLY | O_CREAT | O_TRUNC) | O_CLOEXEC, 0666);
   constexpr int notStarted = 127;
   const pid_t process = fork();
   if (process == 0) {
     alarm(timeLimit); // holds for the program as well
-    if (dup2(out, 1) == 1 && dup2(err, 2) == 2 &&
-        (options.closeStdin ? close(0) == 0 : dup2(in, 0) == 0) &&
-        (options.directory.empty() || chdir(options.directory.c_str()) == 0))
+    for (int i = 0; i < 3; ++i)
+      if (files[i] < 0 ? close(i) != 0 : dup2(files[i], i) != i)
+        _exit(notStarted);
+    if (options.directory.empty() || chdir(options.directory.c_str()) == 0)
       execve(arguments[0], arguments.data(), variables.data());
     _exit(notStarted);
   }
-  for (const int descriptor : {in, out, err})
-    close(descriptor);
+  for (const int file : files)
+    close(file);
   int status = 0;
   while (waitpid(process, &status, 0) < 0 && errno == EINTR) {
   }
   if (process < 0 || (WIFEXITED(status) && WEXITSTATUS(status) == notStarted))
     fail(words[0]);
   return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, WIFSIGNALED(status) ? WTERMSIG(status) : 0,
-          contentOf(outFile), contentOf(errFile)};
+          written(1, options), written(2, options)};
 }
 
 #endif

@@ -28,8 +28,9 @@ struct ProbeOptions {
   std::string directory = {};
   /// Another program to start in place of `tolvane-probe`; empty for that.
   std::string program = {};
-  /// Start without a standard input; otherwise it is empty.
-  bool closeStdin = false;
+  /// What the standard streams of these numbers are: files, or with an empty path closed. By
+  /// default input is empty, and output and error are what the result tells.
+  std::map<int, std::string> streams = {};
 };
 
 struct ProbeResult {

@@ -178,14 +178,14 @@ TEST(Socket, HandlesOfAProcess) {
   const std::string refused = "URL: could not open valid connection.\nhandle: none\n";
   const struct {
     std::string port;
-    bool closeStdin;
+    std::map<int, std::string> streams;
     std::string expected;
-  } cases[] = {{refusing.port(), false, refused + "standard input: open\n"},
-               {refusing.port(), true, refused + "standard input: closed\n"},
+  } cases[] = {{refusing.port(), {}, refused + "standard input: open\n"},
+               {refusing.port(), {{0, ""}}, refused + "standard input: closed\n"},
                // The socket does not become the standard input.
-               {listening.port(), true, "handle: connected\nstandard input: closed\n"}};
+               {listening.port(), {{0, ""}}, "handle: connected\nstandard input: closed\n"}};
   for (const auto& c : cases) {
-    const ProbeResult run = probe("connect 127.0.0.1 " + c.port, {.closeStdin = c.closeStdin});
+    const ProbeResult run = probe("connect 127.0.0.1 " + c.port, {.streams = c.streams});
     EXPECT_EQ(run.out + run.err, c.expected);
   }
 #ifndef _WIN32

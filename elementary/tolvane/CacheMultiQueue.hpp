@@ -122,7 +122,8 @@ private:
   std::shared_ptr<detail::CacheTotals> totals_;
   std::atomic<std::uint64_t> refused_{0};
   std::atomic<bool> closed_{false};
-  mutable std::mutex mutex_; // guards the making of queues and the zombies
+  // Guards the making of queues and the zombies.
+  mutable detail::PosixMutex mutex_{detail::PosixMutex::Kind::Plain};
 };
 
 } // namespace Tolvane

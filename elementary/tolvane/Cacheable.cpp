@@ -3,6 +3,7 @@
 #include <tolvane/CreatorHoldInternal.hpp>
 #include <tolvane/Creature.hpp>
 #include <tolvane/HeldInternal.hpp>
+#include <tolvane/UnloadLockInternal.hpp>
 #include <tolvane/Verbose.hpp>
 
 #include <stdexcept>
@@ -254,7 +255,12 @@ bool Cacheable::moveTo(CacheQueue& queue, End end, Entry entry, memsize_t size) 
   std::unique_lock<detail::PosixMutex> oldRing;
   if (old != nullptr && old != &queue) {
     oldRing = std::unique_lock(old->Cacheable::mutex_, std::defer_lock);
-    std::lock(ring, oldRing);
+    if (detail::otherThreadsAreGone()) { // stepping back would not have them let go
+      ring.lock();
+      oldRing.lock();
+    } else {
+      std::lock(ring, oldRing);
+    }
   } else {
     ring.lock();
   }

@@ -150,7 +150,8 @@ private:
 
   WeakPtr<Cache, CacheBase> cache_;
   std::list<StrongPtr<Provenance>> provenance_;
-  mutable std::mutex mutex_; // guards the two above
+  // Guards the two above.
+  mutable detail::PosixMutex mutex_{detail::PosixMutex::Kind::Plain};
 };
 
 } // namespace Tolvane

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <tolvane/LastingTypeInternal.hpp>
+#include <tolvane/PosixMutex.hpp>
 #include <tolvane/TypeInfo.hpp>
 
 #include <array>
@@ -178,7 +179,7 @@ private:
   std::atomic<Domain*> first_{nullptr};
   std::atomic<Domain*> last_{nullptr};
 
-  std::mutex mutex_; // guards what follows
+  PosixMutex mutex_{PosixMutex::Kind::Plain}; // guards what follows
   std::vector<std::unique_ptr<Domain>> domains_;
   std::vector<std::unique_ptr<Table>> tables_;
 };

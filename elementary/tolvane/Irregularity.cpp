@@ -1,3 +1,4 @@
+#include "FileInternal.hpp"
 #include "GlobalsInternal.hpp"
 #include "UnloadLockInternal.hpp"
 
@@ -5,6 +6,7 @@
 #include <tolvane/Irregularity.hpp>
 
 #include <atomic>
+#include <chrono>
 #include <cstdio>
 #include <ctime>
 #include <mutex>
@@ -29,7 +31,7 @@ Log& theLog() {
 }
 
 std::FILE* openLog(Log& log) {
-  std::FILE* file = std::fopen(logName, log.created.load() ? "at" : "wt");
+  std::FILE* file = detail::openForWriting(logName, log.created.load() ? "at" : "wt");
   if (file)
     log.created.store(true);
   return file;
@@ -57,14 +59,33 @@ void writeToLog(const std::string& report, const std::string& stack) {
   }
 }
 
-std::string timeStamp() {
-  const std::time_t now = std::time(nullptr);
+// Unlike time(), which may look the time zone up, this needs no lock anywhere.
+std::time_t now() {
+  return std::chrono::system_clock::to_time_t(std::chrono::system_clock::now());
+}
+
+std::tm localTime(std::time_t time) {
   std::tm local{};
 #ifdef _WIN32
-  localtime_s(&local, &now);
+  // A thread that is gone may own the locks of the time zone: what local time was ahead of
+  // universal time when it was last asked for does as well.
+  static constinit std::atomic<std::time_t> ahead{0};
+  if (detail::otherThreadsAreGone()) {
+    time += ahead.load();
+    gmtime_s(&local, &time);
+  } else {
+    localtime_s(&local, &time);
+    std::tm fields = local;
+    ahead.store(_mkgmtime(&fields) - time);
+  }
 #else
-  localtime_r(&now, &local);
+  localtime_r(&time, &local);
 #endif
+  return local;
+}
+
+std::string timeStamp() {
+  const std::tm local = localTime(now());
   char buffer[20];
   buffer[std::strftime(buffer, sizeof buffer, "%Y-%m-%d %H:%M:%S", &local)] = '\0';
   return buffer;
@@ -125,14 +146,19 @@ void Irregularity::append(std::string_view piece) noexcept {
 
 void detail::prepareIrregularityLog() {
   theLog();
+#ifdef _WIN32
+  localTime(now());
+#endif
 }
 
 void detail::closeIrregularityLog() noexcept {
+  if (otherThreadsAreGone())
+    return; // every report was flushed, and one of them may own the heap
   Log& log = theLog();
   try {
     const auto lock = lockUnlessEnding(log.mutex);
     if (!lock.owns_lock())
-      return; // every report was flushed
+      return;
     log.closed = true;
     if (log.file)
       std::fclose(std::exchange(log.file, nullptr));

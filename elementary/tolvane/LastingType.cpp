@@ -1,5 +1,7 @@
 #include "LastingTypeInternal.hpp"
 
+#include <tolvane/PosixMutex.hpp>
+
 #include <mutex>
 #include <string>
 #include <unordered_map>
@@ -21,7 +23,7 @@ const std::type_info& lastingType(const std::type_info& type) {
     return type;
   }
   struct Table {
-    std::mutex mutex;
+    PosixMutex mutex{PosixMutex::Kind::Plain};
     std::unordered_map<std::string, const Lasting*> types;
   };
   static Table& table = *new Table;

@@ -1,3 +1,4 @@
+#include "FileInternal.hpp"
 #include "GlobalsInternal.hpp"
 #include "UnloadLockInternal.hpp"
 
@@ -8,6 +9,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <stdexcept>
+#include <sys/stat.h>
 #include <utility>
 
 namespace Tolvane::Globals {
@@ -24,6 +26,11 @@ std::vector<std::string> split(const std::string& text, char separator) {
   return pieces;
 }
 
+bool isDevice(std::FILE* file) {
+  struct stat status {};
+  return fstat(fileno(file), &status) != 0 || S_ISCHR(status.st_mode);
+}
+
 std::set<std::string, std::less<>> readSwitchedOffFiles(const std::string& path) {
   std::set<std::string, std::less<>> files;
   if (path.empty())
@@ -32,7 +39,8 @@ std::set<std::string, std::less<>> readSwitchedOffFiles(const std::string& path)
   if (!list)
     return files;
   char line[2048 + 1];
-  while (std::fgets(line, sizeof line, list)) {
+  // A device may be without an end, or wait for somebody at a keyboard.
+  while (!isDevice(list) && std::fgets(line, sizeof line, list)) {
     const std::string_view text = line;
     if (text.starts_with('#'))
       files.emplace(text.substr(1, text.find_first_of("\t\n\r") - 1));
@@ -98,6 +106,8 @@ VerboseFiles::VerboseFiles()
 void VerboseFiles::cleanup() {
   unloading = true;
   writeUsedFiles();
+  if (detail::otherThreadsAreGone())
+    return; // one of them may own the heap, which goes with the process
   const auto lock = detail::lockUnlessEnding(filesMutex);
   if (!lock.owns_lock())
     return;
@@ -134,7 +144,7 @@ void VerboseFiles::writeUsedFiles() {
                   std::string());
     return;
   }
-  std::FILE* list = std::fopen(path.c_str(), "wb");
+  std::FILE* list = detail::openForWriting(path.c_str(), "wb");
   if (!list)
     return;
   for (const std::string& name : names)

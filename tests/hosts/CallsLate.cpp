@@ -7,12 +7,13 @@
 #include <cstdlib>
 
 static LoadedModule* module = nullptr; // stays to the very end
-static void (*report)(const char* when) = nullptr;
+static void (*use)(const char* when) = nullptr;
 
 int main(int, char** argv) {
-  std::atexit([] { report("late"); });
+  std::atexit([] { use("late"); });
   module = new LoadedModule(argv[1]);
-  report = module->function<void(const char*)>("report");
-  report("early");
+  use = module->function<void(const char*)>("use");
+  use("early");
+  module->function<void()>("linger")();
   return 0;
 }

@@ -38,8 +38,8 @@ static bool isLogOpen() {
 
 static void use(const LoadedModule& library, const LoadedModule& module) {
   std::puts(library.function<const char*()>("_ZN7Tolvane26getLastKnownSourceCodeLineEv")());
-  if (module.function<int()>("useLibrary")() != 0)
-    throw std::runtime_error("useLibrary failed");
+  module.function<void(const char*)>("use")("used late");
+  module.function<void()>("linger")();
 }
 
 int main(int, char** argv) {

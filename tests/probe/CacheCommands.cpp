@@ -151,38 +151,3 @@ PROBE_COMMAND(push_brick) {
   queue.push_front(maker->data);
   return 0;
 }
-
-namespace {
-
-// Dies with the static variables of the program and tells so, when it was made at all.
-struct Told : brick::Data {
-  using Data::Data;
-  ~Told() override {
-    std::printf("%s dies, %u in a ring\n", name().c_str(), NumberOfListEntries());
-  }
-};
-
-struct Holder {
-  void fill(const std::string& name) {
-    maker = new brick::Maker(Cache::MemCache());
-    maker->data = new Told(100, name + "1");
-    data = new Told(100, name + "2");
-    for (const auto& each : {maker->data, data}) {
-      each->setCreator(maker->self());
-      Cache::MemCache()->insert(each, false);
-    }
-  }
-  MakerPtr maker;
-  StrongPtr<Cacheable> data;
-} atLoadTime;
-
-} // namespace
-
-// Objects and a creator in static variables, in the default cache while the process ends.
-PROBE_COMMAND(static_bricks) {
-  static Holder inFunction;
-  atLoadTime.fill("l");
-  inFunction.fill("f");
-  std::printf("%u entries\n", Cache::MemCache()->nEntries());
-  return 0;
-}

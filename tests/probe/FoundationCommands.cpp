@@ -1,17 +1,17 @@
-#include "../support/LoadedModule.hpp"
 #include "Probe.hpp"
 
+#include <tolvane/Cache.hpp>
 #include <tolvane/Environment.hpp>
 #include <tolvane/Exception.hpp>
 #include <tolvane/Socket.hpp>
 #include <tolvane/SystemMemory.hpp>
 #include <tolvane/Typename.hpp>
+#include <tolvane/Verbose.hpp>
 
 #include <cstdio>
 #include <cstdlib>
 #include <map>
 #include <memory>
-#include <thread>
 
 #ifdef _WIN32
 #include <winsock2.h>
@@ -39,9 +39,6 @@ const std::type_info& typeOf(const std::string& key) {
       {"named", &typeid(NamedAtLoadTime)}};
   return *types.at(key);
 }
-
-// Stays loaded until it is unloaded by command, also while the process ends.
-LoadedModule* module;
 
 const char* describe(int handle) {
   if (handle <= 2)
@@ -75,17 +72,6 @@ void readVariable(const Arguments& a) {
     std::printf("%s\n", getEnvString(name, text).c_str());
 }
 
-// Keeps the table of type names locked most of the time until the process ends.
-void nameTypesForEver(const Arguments&) {
-  for (int i = 0; i < 2; ++i)
-    std::thread([] {
-      const std::string names[] = {std::string(100000, 'a'), std::string(100000, 'b')};
-      for (int round = 0;; round ^= 1)
-        DefineTypenameBase::setTypename(typeid(int), names[round]);
-    }).detach();
-  std::this_thread::sleep_for(std::chrono::milliseconds(20));
-}
-
 const probe::Commands commands = {
     {"env", readVariable},
     {"env_set", [](const Arguments& a) { setEnv(a.at(0).c_str(), a.at(1), true); }},
@@ -98,7 +84,6 @@ const probe::Commands commands = {
          std::printf("length_error %s\n", e.what());
        }
      }},
-    {"throw_uncaught", [](const Arguments&) { throw Exception("nobody catches this", "f", 1); }},
     {"null_ptr_exception",
      [](const Arguments& a) { NullPtrException(typeOf(a.at(0)), typeOf(a.at(1))); }},
     {"type_names",
@@ -117,8 +102,6 @@ const probe::Commands commands = {
      [](const Arguments& a) {
        std::puts(detail::typeByName(a.at(0)) != typeid(void) ? "1" : "0");
      }},
-    {"name_types_for_ever", nameTypesForEver},
-    {"load_module", [](const Arguments& a) { module = new LoadedModule(a.at(0)); }},
     {"relative_memory_before_baseline",
      [](const Arguments&) {
        getMemUsage(); // the first query may allocate
@@ -145,23 +128,17 @@ const probe::Commands commands = {
 
 } // namespace
 
-PROBE_COMMAND(unload_module) {
-  module->unload();
-  return module->isMapped() ? 1 : 0;
-}
-
-PROBE_COMMAND(install_terminate_handler) {
-  return Exception::setTerminateHandler() != Exception::terminateHandler &&
-                 Exception::setTerminateHandler() == Exception::terminateHandler
-             ? 0
-             : 1;
-}
-
-// CODE FILE: the file is one of its own, because the thread sanitizer flushes the standard streams
-// at every kind of exit.
-PROBE_COMMAND(immediate_exit) {
-  std::atexit([] { std::fprintf(stderr, "a handler ran\n"); });
-  static std::FILE* const file = std::fopen(arguments.at(1).c_str(), "w");
-  std::fputs("not flushed", file);
-  ImmediateExitus(std::stoi(arguments.at(0)));
+// [edit]: what the library made of its variables. The message passes the filters by its domain and
+// its file name; only with the argument it has the editor opened.
+PROBE_COMMAND(settings) {
+  int shown = 0;
+  for (int bit = 1 << 30; bit > 0; bit /= 2)
+    if (VerboseStream::show(shown + bit))
+      shown += bit;
+  std::printf("shown %d\ntraced %d\n", shown, Cache::verbosity());
+  const std::string domain = getEnvString("TOLVANE_VERBOSITY_DOMAINS", nullptr),
+                    place = getEnvString("TOLVANE_VERBOSITY_CONSTRAINTS", nullptr);
+  const VerboseStream::Indentator section(place.c_str(), 1, "f()", 0, ' ', 0, domain);
+  VerboseStream(false, !arguments.empty(), 0, place.c_str(), 1, "f()", "said", domain);
+  return 0;
 }

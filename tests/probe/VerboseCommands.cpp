@@ -1,18 +1,9 @@
+#include "../support/Lingering.hpp"
 #include "Probe.hpp"
-
-#include <tolvane/Cache.hpp>
-#include <tolvane/DataCreature.hpp>
-#include <tolvane/Verbose.hpp>
 
 #include <cstdio>
 #include <cstdlib>
 #include <stdexcept>
-
-#ifdef _WIN32
-#include <io.h>
-#else
-#include <unistd.h>
-#endif
 
 using namespace Tolvane;
 using probe::Arguments;
@@ -44,18 +35,6 @@ struct Late {
   explicit Late(std::string words) : text(std::move(words)) {}
   ~Late() { say(0, text, "late.cpp"); }
   std::string text;
-};
-
-struct Block : Cacheable {
-  memsize_t memsize() const override { return 3 << 20; }
-};
-
-class BlockMaker : public DataCreature<Block> {
-public:
-  using DataCreature::DataCreature;
-
-protected:
-  Pointer create() override { return new Block; }
 };
 
 class PrintingCatcher : public VerboseCatcher {
@@ -117,12 +96,10 @@ void section(const Arguments& a) {
 
 // A section in which the default cache receives an object of 3 MiB, and one in which it does not.
 void sectionsWithCache(const Arguments&) {
-  StrongPtr<BlockMaker, Creature> maker;
-  BlockMaker::Pointer block;
+  ItemMakerPtr maker;
   {
     const VerboseStream::Indentator section("file.cpp", 3, "f()", 0, '-', 1, "");
-    maker = new BlockMaker(Cache::MemCache());
-    block = maker->data();
+    maker = makeItem<3 << 20>(Cache::MemCache());
   }
   const VerboseStream::Indentator section("file.cpp", 4, "f()", 0, '-', 1, "");
   VerboseStream(false, false, 0, "file.cpp", 5, "f()", "", "")
@@ -166,7 +143,6 @@ const probe::Commands commands = {
     {"console", [](const Arguments& a) { Console() << a.at(0) << 7; }},
     {"write_used_files", [](const Arguments&) { VerboseStream::writeUsedFiles(); }},
     {"late_message", [](const Arguments& a) { static const Late late(a.at(0)); }},
-    {"close_output_descriptors", [](const Arguments&) { close(1), close(2); }},
 };
 
 } // namespace

@@ -7,7 +7,7 @@
 /// @code
 /// #include "support/LoadedModule.hpp"
 ///
-/// LoadedModule module(TOLVANE_TEST_MODULE_DIR "/NamesItsType" TOLVANE_TEST_MODULE_SUFFIX);
+/// LoadedModule module(TOLVANE_TEST_MODULE_DIR "/Lingers" TOLVANE_TEST_MODULE_SUFFIX);
 /// module.function<void()>("start")();
 /// module.unload();
 /// assert(!module.isMapped());

@@ -26,8 +26,8 @@ namespace Tolvane {
 ///
 /// A copy shares the chunks.
 ///
-/// Thread safety: none; users of one set serialise, unless all of them only read. Only the counts of
-/// the chunks are atomic.
+/// Thread safety: none; users of one set serialise, unless all of them only read. Only the counts
+/// of the chunks are atomic.
 class TOLVANE_API Attributes {
 public:
   /// Visits the entries of a set.
@@ -36,9 +36,9 @@ public:
     virtual ~Iterator();
 
     /// Called with each name and its value, which may be empty. The value is the entry itself: what
-    /// is assigned to it is stored. Entries may be added meanwhile, or the whole set replaced; those
-    /// whose names come later are visited. True goes on, false ends the walk. The set itself must
-    /// outlive the walk.
+    /// is assigned to it is stored. Entries may be added meanwhile, or the whole set replaced;
+    /// those whose names come later are visited. True goes on, false ends the walk. The set itself
+    /// must outlive the walk.
     virtual bool visitAttribute(const std::string& name, StrongPtr<ChunkBase>& value) = 0;
   };
 

@@ -37,8 +37,8 @@ class Creature;
 /// thread that has no strong pointer of its own takes one first, as in
 /// `if (const auto cache = weak.lock()) cache->insert(...)`. What runs inside a call, the release
 /// of a creator, the destructor of data or a catcher of messages, may let go of the last one in
-/// insert(), touch(), adjust(), purge(), purge_Hades() and forget(). A cache on the stack is destroyed by its owner
-/// after everybody is done.
+/// insert(), touch(), adjust(), purge(), purge_Hades() and forget(). A cache on the stack is
+/// destroyed by its owner after everybody is done.
 class TOLVANE_API Cache : public CacheBase {
 public:
   /// What a creator gets whose object found no room.

@@ -53,8 +53,8 @@ public:
   /// is gone, and, after a line on standard output, when there is no primary queue yet.
   bool touch(const WeakPtr<Cacheable>& object) const;
 
-  /// Keeps an object alive until the next purge_Hades(); nothing when it is gone, or when the domain
-  /// is closed.
+  /// Keeps an object alive until the next purge_Hades(); nothing when it is gone, or when the
+  /// domain is closed.
   void insert_zombie(const WeakPtr<Cacheable>& object);
 
   /// Lets go of the zombies.

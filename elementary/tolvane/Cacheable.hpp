@@ -50,9 +50,9 @@ class Held;
 /// the maker call CacheableDeferredConstructor() once the object is held.
 ///
 /// Thread safety: any thread may call any operation on an object that it knows to be alive.
-/// memsize(), DomainType() and CreatorType() may be called by any thread at any time while the object
-/// stands in a queue, also inside of the queue, so an override reads only what is constant or atomic
-/// and changes nothing, least of all the cache.
+/// memsize(), DomainType() and CreatorType() may be called by any thread at any time while the
+/// object stands in a queue, also inside of the queue, so an override reads only what is constant
+/// or atomic and changes nothing, least of all the cache.
 class TOLVANE_API Cacheable : public ReferenceBase<Cacheable> {
 public:
   /// An object without a creator, in no queue. Throws std::bad_alloc, and std::system_error when

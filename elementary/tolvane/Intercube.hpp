@@ -49,8 +49,8 @@ public:
 /// Slots are walked in the order of a hash table of the types' hash codes. Code that is called in
 /// between (an interface that is released, apply(), visit(), createInterface()) may add and remove
 /// interfaces: a walk goes over the slots that were there when it began, as far as they still are.
-/// An Intercube that is being destroyed reads as empty and takes no interface. A walk in which it is
-/// destroyed ends there, and getInterface() then gives nothing.
+/// An Intercube that is being destroyed reads as empty and takes no interface. A walk in which it
+/// is destroyed ends there, and getInterface() then gives nothing.
 ///
 /// The key of a slot refers to the type: a module takes its interfaces out before it is unloaded.
 ///

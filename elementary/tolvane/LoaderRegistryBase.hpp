@@ -39,8 +39,8 @@ namespace Tolvane {
 /// Thread safety: the registry is not locked. Registration and removal belong to the loading and
 /// unloading of modules, while no other thread uses the registry. Several loads may run at a time,
 /// for domains that something was registered for or that were asked about before: a first question
-/// about a domain makes an entry for it, and counts as a registration. A local domain that left with
-/// its last loader is unknown again.
+/// about a domain makes an entry for it, and counts as a registration. A local domain that left
+/// with its last loader is unknown again.
 class TOLVANE_API LoaderRegistryBase {
 public:
   /// Registers a loader for `domain`, in the place of one that is there under the same key, which

@@ -33,7 +33,7 @@ namespace Tolvane {
 
 /// A node of the trie, and by its children the trie below it.
 ///
-/// A node takes 4144 bytes on 64-bit platforms, most of it for the 256 pointers to its children,
+/// A node takes 4152 bytes on 64-bit platforms, most of it for the 256 pointers to its children,
 /// and two small allocations beside it; see docs/lexicon.md for measured figures. Words may be as
 /// long as memory lasts: neither a walk nor the release of a trie needs a stack that grows with
 /// them.

@@ -345,28 +345,6 @@ TEST(SaveRegistry, WalksOnIntoTheTypesThatFollow) {
   EXPECT_EQ(Creator::alive, 0);
 }
 
-TEST(SaveRegistry, SurvivesVisitorsThatChangeIt) {
-  const std::type_info* const keys[] = {&typeid(Key<0>), &typeid(Key<1>), &typeid(Key<2>),
-                                        &typeid(Key<3>), &typeid(Key<4>), &typeid(Key<5>)};
-  Savers::getInterfaceCreator(typeid(A), typeid(Key<6>)) = new Creator;
-  Savers::getInterfaceCreator(typeid(A), typeid(Key<7>)) = new Creator;
-  Visitor visitor;
-  visitor.onVisit = [&](Slot& slot) {
-    slot = nullptr;
-    Savers::forget(typeid(A));
-    for (const std::type_info* type : keys) {
-      Savers::getInterfaceCreator(*type, *type) = new Creator;
-      Savers::getInterfaceCreator(typeid(A), *type) = new Creator;
-    }
-    return true;
-  };
-  EXPECT_EQ(Savers::iterate(typeid(A), visitor), 1) << visitor.seen;
-  Savers::forget(typeid(A));
-  for (const std::type_info* type : keys)
-    Savers::forget(*type);
-  EXPECT_EQ(Creator::alive, 0);
-}
-
 TEST(SaveRegistry, InterfacesAreFoundUnderTheirTag) {
   struct Stream : StreamSaverInterface {};
   {
@@ -446,26 +424,6 @@ TEST(Attributes, WalksInOrderAndStops) {
   EXPECT_EQ(visitor.attributes.iterate(visitor), 3);
   EXPECT_EQ(chunkValue<std::string>(visitor.attributes.getAttribute("c")), "abbbc");
   EXPECT_EQ(visitor.attributes.iterate(visitor), 0);
-}
-
-TEST(Attributes, ReleasesOldChunksWhenTheSetIsWhole) {
-  struct Asking : ChunkBase {
-    explicit Asking(Attributes& attributes) : owner(attributes) {}
-    ~Asking() override {
-      EXPECT_EQ(chunkValue<int>(owner.getAttribute("a")), 2);
-      owner.setAttribute("from inside", nullptr);
-    }
-    Attributes& owner;
-  };
-  Attributes attributes;
-  attributes.setAttribute("a", new Asking(attributes));
-  attributes.setAttribute("a", makeChunk(2));
-  EXPECT_EQ(attributes.toString(), "( a from inside )");
-  Attributes next = attributes;
-  next.setAttribute("c", nullptr);
-  attributes.setAttribute("b", new Asking(attributes));
-  attributes = next;
-  EXPECT_EQ(attributes.toString(), "( a c from inside )");
 }
 
 TEST(Chunk, AccountsForWhatItHolds) {

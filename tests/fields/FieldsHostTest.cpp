@@ -7,7 +7,6 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <functional>
 #include <gtest/gtest.h>
 #include <iomanip>
 #include <map>
@@ -261,92 +260,73 @@ TEST_F(FieldsHost, DrawsEachCornerWhereItBelongs) {
 TEST_F(FieldsHost, RefusesWithOneLineAndLeavesNothing) {
   write("a.asc", grids(3, 4, 3));
   write("a.pgm", "P5 2 2 9 \1\2\3\4");
-  write("cut.pgm", "P5 2 2 9 \1\2\3");
-  write("more.pgm", "P5 2 2 9 \1\2\3\4junk");
-  write("cut.asc", grids(1, 4, 3).substr(0, 120));
-  write("word.asc", "ncols 2\nnrows 2\n1 2 x 4");
-  write("sizes.asc", grids(1, 4, 3) + grids(1, 3, 4));
-  write("none.asc", "");
-  write("a.xyz", "1 2 3");
   write("old.ppm", "of before");
   fs::create_directory(path("taken.ppm"));
-  using Case = std::pair<std::string, std::string>; // what is typed, and what is said
-  std::vector<Case> cases = {
+  std::vector<std::pair<std::string, std::string>> cases = {
+      // What is typed, and what is said.
       {"", "give a command"},
-      {"dance", "there is no command dance"},
-      {"show", "show needs a file"},
       {"show @a.asc --jump", "there is no option --jump"},
-      {"show @a.asc --out", "--out needs a value"},
-      {"show @a.asc height more", "one word too many"},
       {"show @no.asc", "there is no such file"},
-      {"list @a.xyz", "no loader reads such a file; give one that ends with .asc"},
-      {"list @cut.pgm", "is cut off: it ends after 12 of 13 bytes"},
-      {"list @more.pgm", "is no grey map"},
-      {"show @cut.asc --out @old.ppm", "values are missing at its end"},
-      {"show @word.asc", "is \"x\", not a number"},
-      {"list @sizes.asc", "grids of different sizes"},
-      {"list @none.asc", "has to begin with ncols and nrows"},
       {"show @a.asc depth", "there is no variable \"depth\"; take one of height"},
       {"show @a.asc --time 4", "there is no time 4; take one from 1 to 3"},
-      {"show @a.asc --time 0", "--time takes a whole number from 1"},
       {"show @a.asc --at 2", "there is no slice 2"},
-      {"show @a.asc --cut x", "has no levels"},
-      {"show @a.asc --cut w", "--cut takes x, y or z"},
       {"show @a.asc --map pink", "no colour map \"pink\"; take one of grey"},
       {"show @a.asc --range 3:1", "the lower value first"},
       {"show @a.asc --region '1,2 3'", "three points or more"},
-      {"show @a.asc --size 9999", "up to 4000"},
       {"show @a.asc --budget 12X", "is no size"},
       {"show @a.asc --budget 100", "too small for a single object: a picture takes"},
       {"show @a.asc --out @x.gif", "no module saves such a picture; end its name with"},
       {"show @a.asc --out @no/x.ppm", "cannot be written"},
       {"show @a.asc --out @taken.ppm", "cannot be written"},
       {"show @a.pgm --out @a.pgm", "is the file itself"},
-      {"show @a.asc --progress song", "progress is shown as"},
       {"list --modules @nowhere", "no such folder of modules"},
       {"play @a.asc --budget 1K --out @new", "too small for a single object"},
-      {"compare @a.asc --budgets 5M,1K --out @", "too small for a single object"},
-      {"play @a.asc --order sideways --out @", "no order \"sideways\""},
-      {"play @a.asc --from 4 --out @", "take --from and --to from 1 to 3"},
       {"play @a.asc --out @old.ppm", "is no folder"},
-      {"play @a.asc --name no/x --out @", "cannot be written"},
+  };
+  std::vector<std::array<std::string, 3>> damaged = {
+      // A file, its content, and what is said.
+      {"a.xyz", "1 2 3", "no loader reads such a file; give one that ends with .asc"},
+      {"cut.pgm", "P5 2 2 9 \1\2\3", "is cut off: it ends after 12 of 13 bytes"},
+      {"more.pgm", "P5 2 2 9 \1\2\3\4junk", "is no grey map"},
+      {"cut.asc", grids(1, 4, 3).substr(0, 120), "values are missing at its end"},
+      {"word.asc", "ncols 2\nnrows 2\n1 2 x 4", "is \"x\", not a number"},
+      {"sizes.asc", grids(1, 4, 3) + grids(1, 3, 4), "grids of different sizes"},
+      {"none.asc", "", "has to begin with ncols and nrows"},
   };
 #ifdef FIELDS_WITH_NIFTI
   const std::string whole = nifti(4);
   std::string strange = whole, flat = whole;
   put(strange, 70, std::int16_t{128});
   put(flat, 42, std::int16_t{0});
-  const std::map<std::string, std::pair<std::string, std::string>> volumes = {
-      {"cut.nii", {whole.substr(0, 360), "is cut off: it ends after 360 of at least 3"}},
-      {"head.nii", {whole.substr(0, 200), "shorter than a header"}},
-      {"more.nii", {whole + "x", "more voxels than its header says"}},
-      {"type.nii", {strange, "has voxels of type 128"}},
-      {"flat.nii", {flat, "does not have the three dimensions"}},
-      {"text.nii", {std::string(400, 'x'), "is no NIfTI-1 volume"}},
-      {"cut.nii.gz", {"", "is cut off"}},
-      {"crc.nii.gz", {"", "is damaged"}}};
   gzFile packed = gzopen(path("whole.nii.gz").c_str(), "wb");
   ASSERT_EQ(gzwrite(packed, whole.data(), static_cast<unsigned>(whole.size())), 368);
   ASSERT_EQ(gzclose(packed), Z_OK);
-  std::string bytes = read("whole.nii.gz");
-  for (const auto& [name, volume] : volumes) {
-    write(name, volume.first);
-    cases.emplace_back("show @" + name + " --out @new.ppm", volume.second);
-  }
-  write("cut.nii.gz", bytes.substr(0, bytes.size() - 12));
-  bytes[bytes.size() - 6] ^= 1;
-  write("crc.nii.gz", bytes);
+  const std::string gzip = read("whole.nii.gz");
+  std::string wrongSum = gzip;
+  wrongSum[gzip.size() - 6] ^= 1;
+  damaged.insert(damaged.end(),
+                 {{"cut.nii", whole.substr(0, 360), "is cut off: it ends after 360 of at least 3"},
+                  {"head.nii", whole.substr(0, 200), "shorter than a header"},
+                  {"more.nii", whole + "x", "more voxels than its header says"},
+                  {"type.nii", strange, "has voxels of type 128"},
+                  {"flat.nii", flat, "does not have the three dimensions"},
+                  {"text.nii", std::string(400, 'x'), "is no NIfTI-1 volume"},
+                  {"cut.nii.gz", gzip.substr(0, gzip.size() - 12), "is cut off"},
+                  {"crc.nii.gz", wrongSum, "is damaged"}});
 #endif
 #ifdef FIELDS_WITH_NETCDF
-  write("text.nc", "no such thing");
-  write("head.nc", std::string("CDF\1\0\0\0\1\0\0\0\12\0\0", 14));
   writeNetcdf(path("whole.nc"));
   const std::string netcdf = read("whole.nc");
-  write("cut.nc", netcdf.substr(0, netcdf.size() - 1));
-  cases.emplace_back("list @cut.nc", "is cut off: it ends after ");
-  cases.emplace_back("show @text.nc", "is no NetCDF file");
-  cases.emplace_back("show @head.nc", "is cut off inside its header");
+  damaged.insert(
+      damaged.end(),
+      {{"cut.nc", netcdf.substr(0, netcdf.size() - 1), "is cut off: it ends after "},
+       {"text.nc", "no such thing", "is no NetCDF file"},
+       {"head.nc", std::string("CDF\1\0\0\0\1\0\0\0\12\0\0", 14), "is cut off inside its header"}});
 #endif
+  for (const auto& [name, bytes, said] : damaged) {
+    write(name, bytes);
+    cases.emplace_back("show @" + name + " --out @new.ppm", said);
+  }
   const auto before = files();
   for (const auto& [typed, said] : cases) {
     SCOPED_TRACE(typed);
@@ -373,89 +353,79 @@ TEST_F(FieldsHost, ListsFilesAndModulesAndNamesTheOnesThatFail) {
   const std::string left = "module broken" TOLVANE_TEST_MODULE_SUFFIX " was left out: ";
   EXPECT_NE(result.err.find(left), std::string::npos) << result.err;
   EXPECT_NE(result.err.find("asking loader "), std::string::npos) << result.err;
-
-  fs::remove_all(path("modules"));
-  fs::create_directory(path("modules"));
-  EXPECT_NE(run(words).err.find("no loader reads"), std::string::npos);
   EXPECT_NE(run("list").out.find("saves .ppm .pgm"), std::string::npos);
-  EXPECT_NE(run("--help").out.find("fields compare FILE"), std::string::npos);
 }
 
 TEST_F(FieldsHost, PlaysTheSamePicturesUnderEveryBudget) {
   write("a.asc", grids(20, 30, 20));
   const std::string end = TOLVANE_FIELDS_PICTURE;
-  const auto play = [&](const std::string& name, const std::string& budget) {
+  std::string tables[2];
+  for (const std::string budget : {"120K", "20M"}) {
     const ProbeResult result =
         run("play @a.asc --size 60 --order forwards,random --times 3 --out @out --seed 5 --listing "
             "--region '2,42 9,42 5,49' --name " +
-            name + " --budget " + budget);
+            budget + " --budget " + budget);
     EXPECT_EQ(result.exitCode, 0) << result.err;
     EXPECT_NE(result.err.find("100 %"), std::string::npos) << result.err;
     EXPECT_NE(result.out.find("Region"), std::string::npos) << result.out;
-    return result.out;
-  };
-  const std::string small = play("small", "120K"), large = play("large", "20M");
-  EXPECT_EQ(read("out/small-sheet" + end), read("out/large-sheet" + end));
-  EXPECT_GT(read("out/small-sheet" + end).size(), 1000U);
-  EXPECT_NE(read("out/small-memory" + end), read("out/large-memory" + end));
-  const std::string tight = read("out/small-table.json"), wide = read("out/large-table.json");
+    std::string& table = tables[budget == "20M"];
+    table = read("out/" + budget + "-table.json");
+    EXPECT_EQ(result.out.find("passed the budget") != std::string::npos,
+              number(table, "peak_counted") > number(table, "budget"));
+    EXPECT_EQ(number(table, "shown"), 60);
+  }
+  EXPECT_EQ(read("out/120K-sheet" + end), read("out/20M-sheet" + end));
+  EXPECT_GT(read("out/120K-sheet" + end).size(), 1000U);
+  EXPECT_NE(read("out/120K-memory" + end), read("out/20M-memory" + end));
+  const auto& [tight, wide] = tables;
   EXPECT_EQ(number(tight, "budget"), 120 * 1024);
-  EXPECT_EQ(number(tight, "shown"), 60);
   EXPECT_GT(number(tight, "made_again"), 40); // at least the pictures of the later rounds
   EXPECT_GT(number(tight, "made_again_bytes"), 40 * 50'000);
   EXPECT_EQ(number(wide, "made_again"), 0);
   EXPECT_GT(number(wide, "peak_counted"), 20 * 50'000);
+  EXPECT_LT(number(wide, "peak_counted"), number(wide, "budget"));
   EXPECT_GT(number(wide, "peak_process"), number(wide, "peak_counted"));
-  EXPECT_EQ(small.find("passed the budget") != std::string::npos,
-            number(tight, "peak_counted") > number(tight, "budget"));
-  EXPECT_EQ(large.find("passed the budget"), std::string::npos);
 
   const ProbeResult compared = run("compare @a.asc --size 60 --out @out --gradient --progress bar");
-  EXPECT_EQ(compared.exitCode, 0) << compared.err;
   EXPECT_NE(compared.out.find("same, byte for byte, with all 6 budgets"), std::string::npos);
   EXPECT_NE(compared.err.find("\r\033[K[###"), std::string::npos) << compared.err;
   const std::string table = read("out/fields-compare.json");
-  EXPECT_GT(number(table, "made_again", 0), 0);
-  EXPECT_EQ(number(table, "made_again", 5), 0);
-  EXPECT_GT(number(table, "budget", 5), 10 * number(table, "budget", 0));
-  EXPECT_GT(read("out/fields-compare" + end).size(), 1000U);
+  EXPECT_TRUE(number(table, "made_again", 0) > 0 && number(table, "made_again", 5) == 0);
 
   const ProbeResult shown =
-      run("show @a.asc --region '0,58 2,58 2,60 0,60' --budget 2M --out @p" + end,
-          {.environment = {{"TOLVANE_VERBOSITY", "5"}}});
+      run("show @a.asc --region '0,58 2,58 2,60 0,60' --budget 2M --out @p" + end);
   EXPECT_NE(shown.out.find("region: 4 cells, mean 8.5 m"), std::string::npos) << shown.out;
   EXPECT_NE(shown.out.find("made from a.asc/height at 0/slice"), std::string::npos) << shown.out;
-  EXPECT_NE(shown.err.find("reading height"), std::string::npos) << shown.err;
 }
 
 #ifdef FIELDS_REAL_DATA
 
 TEST_F(FieldsHost, ShowsRealDataAsItIsKnown) {
-  using Colour = std::array<int, 3>;
   struct Place {
     double x, y; // from the left and the top
-    std::function<bool(const Colour&)> looks;
+    const char* looks;
   };
-  const auto blue = [](const Colour& c) { return c[2] > c[0] + 40; };
-  const auto warm = [](const Colour& c) { return c[0] > c[2] + 60; };
-  const auto land = [](const Colour& c) { return c[1] > c[2]; };
-  const auto grey = [](const Colour& c) { return c == Colour{150, 150, 150}; };
-  const auto black = [](const Colour& c) { return c == Colour{0, 0, 0}; };
-  const auto bright = [](const Colour& c) { return c[0] > 150 && c[0] == c[2]; };
+  const auto look = [](const std::array<int, 3>& c) -> std::string {
+    const auto [red, green, blue] = c;
+    if (red == green && green == blue)
+      return red == 150 ? "grey" : red > 150 ? "bright" : red == 0 ? "black" : "dark";
+    return red > blue + 60 ? "warm" : green > blue ? "green" : blue > red + 40 ? "blue" : "other";
+  };
   const std::vector<std::pair<std::string, std::vector<Place>>> cases = {
       // The map begins at Greenwich: Tibet, Brazil, the Pacific.
-      {FIELDS_REAL_DATA "/etopo5.cdf", {{.244, .32, land}, {.86, .56, land}, {.55, .5, blue}}},
+      {FIELDS_REAL_DATA "/etopo5.cdf",
+       {{.244, .32, "green"}, {.86, .56, "green"}, {.55, .5, "blue"}}},
       // This one at 20 E: Australia, the warm west of the Pacific, the cold south.
       {FIELDS_REAL_DATA "/ocean_atlas_subset.nc --time 7",
-       {{.32, .64, grey}, {.36, .48, warm}, {.4, .81, blue}}},
-      {FIELDS_REAL_VOLUME, {{0, 0, black}, {.33, .3, bright}, {.62, .78, bright}}},
+       {{.32, .64, "grey"}, {.36, .48, "warm"}, {.4, .81, "blue"}}},
+      {FIELDS_REAL_VOLUME, {{0, 0, "black"}, {.33, .3, "bright"}, {.62, .78, "bright"}}},
   };
   for (const auto& [file, places] : cases) {
     const ProbeResult result = run("show " + file + " --out @p.ppm --budget 64M");
     ASSERT_EQ(result.exitCode, 0) << result.err;
     const Image image(read("p.ppm"));
     for (const Place& place : places)
-      EXPECT_TRUE(place.looks(image.at(place.x, place.y)))
+      EXPECT_EQ(look(image.at(place.x, place.y)), place.looks)
           << file << " at " << place.x << ", " << place.y;
   }
   const ProbeResult winds =

@@ -12,6 +12,7 @@
 
 #ifdef _WIN32
 #include <malloc.h>
+#include <winsock2.h>
 #else
 #include <unistd.h>
 #endif
@@ -210,7 +211,13 @@ struct Plain : Texts {
   }
   void connectTo(const std::string& host) {
     try {
-      text = ConnectTo(host, "9") != 0 ? "a handle" : "nobody";
+      const int handle = ConnectTo(host, "9");
+      text = handle != 0 ? "a handle" : "nobody";
+#ifdef _WIN32
+      closesocket(static_cast<SOCKET>(handle));
+#else
+      close(handle != 0 ? handle : -1);
+#endif
     } catch (const SocketError&) {
       text = "not known";
     }
@@ -270,7 +277,7 @@ struct Caches {
 /// Without a look at what lives: what could not be asked in time lives on, outside of the cache.
 struct Forgetting : Caches {
   std::string state() const {
-    return Caches::state().substr(0, 0) + std::to_string(cache->nEntries());
+    return Caches::state().substr(0, 0) + std::to_string(cache->nEntries()) + order(queue.get());
   }
 };
 
@@ -518,8 +525,7 @@ void caches() {
         HALVES(f.growing->push_front(*f.queue); f.growing->resize(9); f.growing->markAsUsed();
                f.growing->leaveQueue(); f.growing->push_back(f.keepers)),
         HALVES(f.queue->purge()), HALVES(f.queue->adjust(f.small, 30, f.temporaries, f.keepers)),
-        HALVES(f.queue = new CacheQueue), DO(f.queue->list_info(50)),
-        DO(EXPECT_TRUE(f.domain.push_front(f.people['z']))),
+        DO(f.queue->list_info(50)), DO(EXPECT_TRUE(f.domain.push_front(f.people['z']))),
         HALVES(f.domain.push_back(f.people['x']); f.domain.touch(f.people['x']);
                f.domain.insert_zombie(f.people['y']); f.domain.adjust(f.small, 30);
                f.domain.list_info(); f.domain.purge(); f.domain.close()),
@@ -527,14 +533,14 @@ void caches() {
         HALVES(f.map->insert(f.people['x'], true); f.map->insert_zombie(f.people['y']);
                f.map->adjust(typeid(DataOf<0>), f.small, 30); f.map->list_info(); f.map->purge();
                f.map->close()),
-        HALVES(CreatorCacheMap all; all.insert(f.people['z'], false);
-               all.insert_zombie(f.people['z']); all.touch(f.people['z']); all.list_info();
-               all.list_info(typeid(Volume)); all.purge_Hades()),
         HALVES(f.growing->setName(longText); f.named = f.growing->name()),
   });
   inject<Forgetting>({
-      HALVES(f.cache->forget(typeid(DataOf<0>))),
-      HALVES(f.cache->forget(typeid(MakerOf<0>))),
+    HALVES(f.cache->forget(typeid(DataOf<0>))), HALVES(f.cache->forget(typeid(MakerOf<0>))),
+        HALVES(f.queue = new CacheQueue),
+        HALVES(CreatorCacheMap all; all.insert(f.people['z'], false);
+               all.insert_zombie(f.people['z']); all.touch(f.people['z']); all.list_info();
+               all.list_info(typeid(Volume)); all.purge_Hades()),
   });
 }
 

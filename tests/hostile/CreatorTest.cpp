@@ -1,69 +1,49 @@
-// Creators, data objects and caches that do in their operations what no reasonable one does.
-// Nothing of it may hang, crash, break a ring, or leave a queue locked.
+// Creators, data objects, caches, and what these call in between, that do in their operations what
+// no reasonable one does. Nothing of it may hang, crash, break a ring, or leave a queue locked.
 
 #include "support/CacheFixtures.hpp"
 #include "support/Hostile.hpp"
 
+#include <tolvane/AssertionCallback.hpp>
+#include <tolvane/Breakpoint.hpp>
 #include <tolvane/DataCreature.hpp>
 
 #include <future>
-#include <stdexcept>
 #include <system_error>
 
 using namespace cachetest;
-using hostile::Action;
+using namespace hostile;
 
 namespace {
-
-// Where something is done, and what.
-std::string place;
-Action deed;
-void at(const char* name) {
-  if (place == name)
-    hostile::act(deed);
-}
-
-struct WorstData : Data {
-  using Data::Data;
-  memsize_t memsize() const override { return at("memsize"), Data::memsize(); }
-  const std::type_info& DomainType() const override { return at("DomainType"), typeid(WorstData); }
-  const std::type_info& CreatorType() const override {
-    return at("CreatorType"), Data::CreatorType();
-  }
-};
-struct WorstMaker : Maker {
-  using Maker::Maker;
-  int release() override { return at("release"), Maker::release(); }
-  StrongPtr<Cacheable> getCacheable() const override {
-    const StrongPtr<Cacheable> held = data; // which goes with the creator
-    return at("getCacheable"), held;
-  }
-  bool isReproducible() const override { return at("isReproducible"), true; }
-  std::string hasProducer() const override { return at("hasProducer"), ""; }
-};
-struct WorstCache : Cache {
-  using Cache::Cache;
-  memsize_t limit() const override { return at("limit"), Cache::limit(); }
-  memsize_t totalCost(bool all) const override { return at("totalCost"), Cache::totalCost(all); }
-  bool handleOutOfMemory(const StrongPtr<Cacheable>&, const WeakPtr<Creature>&) override {
-    return at("handleOutOfMemory"), false;
-  }
-};
 
 const std::string firstDomain = "abcd", secondDomain = "pqrs";
 
 // A cache of 85 bytes with two data domains of four objects each, of 10 bytes, all made by creators
 // of one type.
-class HostileCreator : public testing::Test {
+class HostileInCache : public Hostile {
 protected:
-  HostileCreator() { fill(); }
+  HostileInCache() { fill(); }
 
   void fill() {
-    cache->forget(typeid(MakerOf<0>));
+    all.calm();
+    cache = new Cache(85, "cache");
     for (const char name : firstDomain)
       EXPECT_TRUE(cache->insert(all.add<0>(name, 10), false));
     for (const char name : secondDomain)
       EXPECT_TRUE(cache->insert(all.add<1>(name, 10), false));
+  }
+  // The same for what is done in between: all answers there are.
+  void fillWithAnswers() {
+    fill();
+    all.maker('a').answer = 0;
+    all.maker('b').answer = 1;
+  }
+  void check(const std::vector<MakerPtr>& others = {}) {
+    if (cache)
+      expectWhole(*cache, all, others);
+    const WeakCachePtr watched = cache;
+    cache = nullptr;
+    EXPECT_FALSE(watched) << "nothing holds it any more";
   }
   int letGo(char name) {
     all.maker(name).data = nullptr;
@@ -74,27 +54,30 @@ protected:
     return cache->adjust(typeid(MakerOf<0>), typeid(DataOf<0>), cost);
   }
 
-  void expectWhole(const std::vector<MakerPtr>& others = {}) {
-    cachetest::expectWhole(*cache, all, others);
-  }
-
-  void expectDeadlockError(const Action& action) {
-    try {
-      action();
-      ADD_FAILURE() << "no exception";
-    } catch (const std::system_error& e) {
-      EXPECT_EQ(e.code(), std::errc::resource_deadlock_would_occur);
-    }
-  }
-
-  const Watchdog watchdog;
-  CachePtr cache = new Cache(85, "cache");
-  Population all{cache};
+  // Those who push into the queue that asks get an error.
+  const std::vector<Deed> deeds = {
+      throwing(),
+      {"use",
+       [&] {
+         cache && cache->touch(all['b']);
+         const StrongPtr<Cacheable> held = all['c'].lock();
+         held && held->markAsUsed();
+       },
+       true},
+      {"insert", [&] { cache && cache->insert(all['p'], true) && cache->insert(all['a'], true); },
+       true},
+      {"purge", [&] { cache ? cache->purge() : 0; }},
+      {"make room", [&] { cache&& adjust(30) && cache->adjust(typeid(int), typeid(int), 40); }},
+      {"list", [&] { printed([&] { cache ? cache->list_info() : void(); }); }},
+      {"destroy the cache", [&] { cache = nullptr; }},
+  };
+  CachePtr cache;
+  Population all;
 };
 
 } // namespace
 
-TEST_F(HostileCreator, DestroysOthersOrItself) {
+TEST_F(HostileInCache, DestroysOthersOrItself) {
   const struct {
     const char* destroys;
     int answer;
@@ -126,42 +109,11 @@ TEST_F(HostileCreator, DestroysOthersOrItself) {
     EXPECT_EQ(order<1>(*cache), test.other);
     EXPECT_EQ(reports.count(), test.reports);
     EXPECT_EQ(all.alive().size(), cache->nEntries());
-    expectWhole();
+    expectWhole(*cache, all);
   }
 }
 
-TEST_F(HostileCreator, DestroysTheCache) {
-  const auto insertNew = [](Cache& c, Maker* maker, Data* data) {
-    const MakerPtr held = made(maker, data);
-    return c.insert(held->data, false);
-  };
-  const std::pair<const char*, std::function<bool(Cache&)>> operations[] = {
-      {"adjust", [](Cache& c) { return c.adjust(typeid(MakerOf<0>), typeid(DataOf<0>), 20); }},
-      {"purge", [](Cache& c) { return c.purge() == 20; }},
-      {"forget", [](Cache& c) { return c.forget(typeid(DataOf<0>)) == 20; }},
-      {"insert", [&](Cache& c) { return insertNew(c, new MakerOf<0>, new DataOf<0>(20)); }},
-      {"insert new", [&](Cache& c) { return insertNew(c, new MakerOf<3>, new DataOf<3>(20)); }},
-  };
-  for (const auto& [name, operation] : operations) {
-    SCOPED_TRACE(name);
-    CachePtr own = new Cache(30, "own");
-    const WeakCachePtr watched = own;
-    for (const char object : {'a', 'b'}) {
-      EXPECT_TRUE(own->insert(all.add<0>(object, 10), false));
-      all.maker(object).onRelease = [&, object] {
-        own = nullptr;
-        return letGo(object);
-      };
-    }
-    EXPECT_TRUE(own->insert(all.add<1>('k', 5, 1), false));
-    EXPECT_TRUE(operation(*own));
-    EXPECT_FALSE(watched) << "gone with the last that was in it";
-    EXPECT_EQ(all['k']->NumberOfListEntries(), 0u);
-    all.calm();
-  }
-}
-
-TEST_F(HostileCreator, ForgetsTheDomainThatAsks) {
+TEST_F(HostileInCache, ForgetsTheDomainThatAsks) {
   const struct {
     const char* about;
     bool byPurge;
@@ -193,14 +145,14 @@ TEST_F(HostileCreator, ForgetsTheDomainThatAsks) {
     EXPECT_EQ(all.alive(), test.alive);
     EXPECT_EQ(cache->totalCost(true), test.total);
     EXPECT_TRUE(cache->insert(all['k'], false)) << "and begins again";
-    expectWhole();
+    expectWhole(*cache, all);
     all.calm();
   }
 }
 
 // There is no room, so the walk over the domains comes by. It skips the one that asks, and does not
 // even bring back its temporaries.
-TEST_F(HostileCreator, InsertsWithoutRoom) {
+TEST_F(HostileInCache, InsertsWithoutRoom) {
   for (const char name : "a" + secondDomain)
     all.maker(name).answer = 1;
   EXPECT_TRUE(adjust());
@@ -220,10 +172,10 @@ TEST_F(HostileCreator, InsertsWithoutRoom) {
   EXPECT_TRUE(adjust(20)); // asks a, who came back, and c
   EXPECT_EQ(attempts, 3);
   EXPECT_EQ(order(*cache), "d|a|");
-  expectWhole();
+  expectWhole(*cache, all);
 }
 
-TEST_F(HostileCreator, InsertsIntoOtherDomainsAndAddsSome) {
+TEST_F(HostileInCache, InsertsIntoOtherDomainsAndAddsSome) {
   all.add<1>('y', 2);
   all.add<2, 2>('z', 1);
   all.maker('a').onRelease = [&] {
@@ -235,7 +187,7 @@ TEST_F(HostileCreator, InsertsIntoOtherDomainsAndAddsSome) {
   EXPECT_TRUE(adjust());
   EXPECT_EQ(order(*cache) + ' ' + order<1>(*cache), "dcb|| rpsqy|-|-");
   EXPECT_EQ((order<2, 2>(*cache)), "z|-|-");
-  expectWhole();
+  expectWhole(*cache, all);
 
   // The walks of a purge survive it as well.
   all.maker('d').onRelease = [&] {
@@ -245,10 +197,10 @@ TEST_F(HostileCreator, InsertsIntoOtherDomainsAndAddsSome) {
   };
   cache->purge();
   EXPECT_EQ(all.alive(), "uv") << "what was made after the purge began";
-  expectWhole();
+  expectWhole(*cache, all);
 }
 
-TEST_F(HostileCreator, PushesIntoTheQueueThatAsks) {
+TEST_F(HostileInCache, PushesIntoTheQueueThatAsks) {
   all.add<0>('x', 1);
   const std::pair<const char*, std::function<void()>> pushes[] = {
       {"touch", [&] { cache->touch(all['d']); }},
@@ -263,9 +215,14 @@ TEST_F(HostileCreator, PushesIntoTheQueueThatAsks) {
       action();
       return 2;
     };
-    expectDeadlockError([&] { adjust(); });
+    try {
+      adjust();
+      ADD_FAILURE() << "no exception";
+    } catch (const std::system_error& e) {
+      EXPECT_EQ(e.code(), std::errc::resource_deadlock_would_occur);
+    }
     EXPECT_EQ(order(*cache).substr(0, 3) + order<1>(*cache), "dcbsrqp|-|-");
-    expectWhole();
+    expectWhole(*cache, all);
     EXPECT_TRUE(cache->insert(all.add<0>('a', 10), true));
   }
   // Out of the queue that asks is not into it.
@@ -284,7 +241,7 @@ TEST_F(HostileCreator, PushesIntoTheQueueThatAsks) {
 }
 
 // The sums are what the sizes said at each step, and the walks end all the same.
-TEST_F(HostileCreator, SizesChangeWithEveryLook) {
+TEST_F(HostileInCache, SizesChangeWithEveryLook) {
   const memsize_t sizes[] = {0, memsize_t{1} << 63, 3, largest, 17};
   std::size_t next = 0;
   for (std::size_t i = 0; i < 200; ++i) {
@@ -307,34 +264,8 @@ TEST_F(HostileCreator, SizesChangeWithEveryLook) {
   EXPECT_EQ(cache->nEntries(), all.alive().size());
 }
 
-// A creator has no strong pointer any more while it is destroyed, and its data are still there.
-TEST_F(HostileCreator, MakesRoomWhileItDies) {
-  struct Dying : Maker {
-    explicit Dying(std::function<void()> action) : last(std::move(action)) {}
-    ~Dying() override { last(); }
-    std::function<void()> last;
-  };
-  const std::pair<std::function<bool()>, const char*> actions[] = {
-      {[&] { return adjust(); }, "dcb|x|"},
-      {[&] { return cache->purge() == 80; }, "x|-|-"},
-  };
-  for (const auto& [action, expected] : actions) {
-    fill();
-    MakerPtr maker = made(new Dying([this, act = action, after = std::string(expected)] {
-                            EXPECT_TRUE(act());
-                            EXPECT_EQ(order(*cache), after);
-                          }),
-                          new DataOf<0>(0, "x"));
-    const CacheMultiQueue* queues =
-        cache->objects().creatorDomain(typeid(MakerOf<0>))->domain(typeid(DataOf<0>));
-    EXPECT_TRUE(maker->data->push_back(const_cast<CacheQueue&>(*queues->primary())));
-    maker = nullptr;
-    expectWhole();
-  }
-}
-
 // Two threads, each asked by the queue that the other one wants to push into.
-TEST_F(HostileCreator, InsertsCrosswise) {
+TEST_F(HostileInCache, InsertsCrosswise) {
   all.add<0>('x', 1);
   all.add<1>('y', 1);
   all.add<0>('u', 30);
@@ -358,185 +289,294 @@ TEST_F(HostileCreator, InsertsCrosswise) {
   EXPECT_TRUE(adjust());
   EXPECT_TRUE(other.get());
   EXPECT_EQ(order(*cache) + ' ' + order<1>(*cache), "dcb|| srq||");
-  expectWhole();
+  expectWhole(*cache, all);
 }
 
-// Each place throws, looks at everything, or works in another domain, in the middle of everything.
-TEST_F(HostileCreator, DoesItsWorstInEveryPlace) {
+namespace {
+
+// Where something is done, and how often somebody came there.
+std::string place;
+int visits = 0;
+void at(const char* name) {
+  if (place != name)
+    return;
+  ++visits;
+  act(onCall);
+}
+
+struct WorstData : Data {
+  using Data::Data;
+  memsize_t memsize() const override { return at("memsize"), Data::memsize(); }
+  const std::type_info& DomainType() const override { return at("DomainType"), typeid(WorstData); }
+  const std::type_info& CreatorType() const override {
+    return at("CreatorType"), Data::CreatorType();
+  }
+};
+struct WorstMaker : Maker {
+  using Maker::Maker;
+  int release() override {
+    const StrongPtr<Creature> held(self());
+    return at("release"), Maker::release();
+  }
+  StrongPtr<Cacheable> getCacheable() const override {
+    const StrongPtr<Cacheable> held = data; // which goes with the creator
+    return at("getCacheable"), held;
+  }
+  bool isReproducible() const override { return at("isReproducible"), true; }
+  std::string hasProducer() const override { return at("hasProducer"), ""; }
+};
+struct WorstCache : Cache {
+  using Cache::Cache;
+  memsize_t limit() const override { return at("limit"), Cache::limit(); }
+  memsize_t totalCost(bool every) const override {
+    return at("totalCost"), Cache::totalCost(every);
+  }
+  bool handleOutOfMemory(const StrongPtr<Cacheable>&, const WeakPtr<Creature>&) override {
+    return at("handleOutOfMemory"), false;
+  }
+};
+struct WorstQuarry : DataCreature<Data> {
+  using DataCreature::DataCreature;
+  Pointer create() override { return at("create"), new Data(1); }
+};
+struct WorstVisitor : CacheQueue::Iterator {
+  bool visit(Cacheable&) override { return at("visit"), true; }
+};
+
+} // namespace
+
+// Each place throws, looks at everything, or works in another domain, in the middle of everything;
+// or it destroys who is asked, or the cache. So do creators and data when they die.
+TEST_F(HostileInCache, EveryPlaceDoesItsWorst) {
   Messages messages; // so that what is only said to listeners is worked out
-  cache = new WorstCache(85, "cache");
-  const std::pair<const char*, Action> deeds[] = {
-      {"throw", [] { throw std::runtime_error("from inside"); }},
-      {"look",
-       [&] {
-         cache->statistics();
-         cache->list_info();
-         cache->nEntries();
-         order<1>(*cache);
-       }},
-      {"work elsewhere",
-       [&] {
-         cache->insert(all['p'], false);
-         cache->touch(all['q']);
-         cache->insert_zombie(all['r']);
-         cache->adjust(typeid(MakerOf<0>), typeid(DataOf<1>), 50);
-         const CachePtr other = new Cache(10, "other");
-         EXPECT_TRUE(other->insert(all['s'], false) || !all['s']);
-         cache->purge();
-       }},
-  };
-  const char* const places[] = {"memsize",      "DomainType",       "CreatorType", "release",
-                                "getCacheable", "isReproducible",   "hasProducer", "limit",
-                                "totalCost",    "handleOutOfMemory"};
-  const std::type_info &maker = typeid(WorstMaker), &data = typeid(WorstData);
-  std::vector<MakerPtr> makers;
-  const auto add = [&](memsize_t size, int answer) {
-    makers.push_back(made(new WorstMaker(cache), new WorstData(size)));
-    makers.back()->answer = answer;
-  };
-  const Action operations[] = {
-      [&] { cache->insert(makers[0]->data, true); },
-      [&] { cache->touch(makers[1]->data); },
-      [&] { makers[1]->data->markAsUsed(); },
-      [&] { cache->list_info(); },
-      [&] { cache->statistics(); },
-      [&] { makers[3]->enableCaching(false); }, // evicts
-      [&] { cache->adjust(maker, data, 70); },
-      [&] { makers[4]->enableCaching(false); }, // finds no room
-      [&] { cache->purge(); },
-      [&] { cache->forget(data); },
-  };
-  for (const char* const where : places) {
-    int thrown = 0;
-    for (const auto& [name, what] : deeds) {
-      SCOPED_TRACE(std::string(where) + " / " + name);
-      makers.clear();
-      for (const char object : secondDomain)
-        EXPECT_TRUE(cache->insert(all.add<1>(object, 5, object == 'p' ? 1 : 2), false));
-      for (const int answer : {0, 1, 2})
-        add(20, answer);
-      for (const MakerPtr& each : makers)
-        EXPECT_TRUE(cache->insert(each->data, false));
-      add(30, 2);
-      add(1000, 2);
-      place = where;
-      deed = what;
-      hostile::left = 50;
-      printed([&] {
-        for (const Action& operation : operations)
-          try {
-            operation();
-          } catch (const std::runtime_error&) {
-            ++thrown;
-          } catch (const Cache::OutOfMemory&) {
-          }
-      });
-      place.clear();
-      expectWhole(makers);
-    }
-    EXPECT_GT(thrown, 0) << where << " was never come to";
-  }
-  makers.clear();
-  for (const char object : secondDomain)
-    all.drop(object);
-  EXPECT_EQ(cache->totalCost(true) + cache->nEntries(), 0u);
-}
-
-// What is being handed over, asked, or walked over lets go of the one who does it, or of the cache.
-TEST_F(HostileCreator, DestroysWhatIsJustAtWork) {
-  struct Suicide : DataCreature<Data> {
-    explicit Suicide(const WeakCachePtr& c) : DataCreature(c) {}
-    Pointer create() override { return at("create"), new Data(1); }
-  };
-  struct Visitor : CacheQueue::Iterator {
-    bool visit(Cacheable&) override { return at("visit"), true; }
-  } visitor;
-  CachePtr own;
-  MakerPtr maker;
-  StrongPtr<Suicide, Creature> suicide;
-  const auto enable = [&](bool fits) {
-    own = new WorstCache(fits ? 100 : 5, "own");
-    maker = made(new WorstMaker(own), new WorstData(fits ? 10 : 1000));
-    EXPECT_EQ(own->insert(maker->data, false), fits);
-    maker->enableCaching(false);
-  };
-  const auto walk = [&] {
-    enable(true);
-    const CacheMultiQueue* queues =
-        own->objects().creatorDomain(typeid(WorstMaker))->domain(typeid(WorstData));
-    queues->primary()->iterate(visitor);
-  };
-  const auto zombie = [&](bool byInsertion) {
-    enable(true);
-    auto* data = new WorstData(1);
-    data->onDeath = [] { at("onDeath"); };
-    own->insert_zombie(StrongPtr<Cacheable>(data));
-    byInsertion ? void(own->insert(maker->data, false)) : own->purge_Hades();
-  };
-  const Action dropMaker = [&] { maker = nullptr; }, dropCache = [&] { own = nullptr; },
-               throwing = [] { throw std::runtime_error("from inside"); };
-  const struct {
-    const char* where;
-    Action what, operation;
-  } cases[] = {
-      {"getCacheable", dropMaker, [&] { enable(true); }},
-      {"getCacheable", dropCache, [&] { enable(true); }},
-      {"handleOutOfMemory", dropMaker, [&] { enable(false); }},
-      {"handleOutOfMemory", dropCache, [&] { enable(false); }},
-      {"handleOutOfMemory", throwing, [&] { enable(false); }},
-      {"handleOutOfMemory", [&] { maker->enableCaching(false); }, [&] { enable(false); }},
-      {"create", [&] { suicide = nullptr; }, [&] { suicide->data(); }},
-      {"visit", dropCache, walk},
-      {"visit", dropMaker, walk},
-      {"visit", throwing, walk},
-      {"onDeath", dropCache, [&] { zombie(false); }},
-      {"onDeath", dropCache, [&] { zombie(true); }},
-  };
-  for (const auto& test : cases) {
-    SCOPED_TRACE(test.where);
-    suicide = new Suicide(cache);
-    int done = 0;
-    place = test.where;
-    hostile::left = 5;
-    deed = [&] {
-      ++done;
-      test.what();
+  const std::type_info &maker = typeid(Mortal<WorstMaker>), &data = typeid(WorstData);
+  MakerPtr makers[5]; // with all answers and in the cache, evicting others, and too large for it
+  StrongPtr<WorstQuarry, Creature> quarry;
+  const auto enable = [&](const MakerPtr& which) {
+    return [&] {
+      try {
+        which ? which->enableCaching(false) : void();
+      } catch (const char* text) {
+        EXPECT_STREQ(text, "No Cache!");
+      }
     };
-    try {
-      printed(test.operation);
-    } catch (const std::runtime_error&) {
-    } catch (const char* text) {
-      EXPECT_STREQ(text, "No Cache!");
+  };
+  const std::vector<Deed> operations = {
+      {"insert", [&] { cache->insert(makers[0]->data, true); }},
+      {"touch", [&] { cache->touch(makers[1]->data); }},
+      {"mark", [&] { makers[1]->data->markAsUsed(); }},
+      {"list", [&] { cache->list_info(); }},
+      {"look", [&] { cache->statistics(); }},
+      {"evict", enable(makers[3])},
+      {"find no room", enable(makers[4])},
+      {"make room", [&] { cache->adjust(maker, data, 70); }},
+      {"purge", [&] { cache->purge(); }},
+      {"forget", [&] { cache->forget(data); }},
+      {"create", [&] { quarry->data(); }},
+      {"walk",
+       [&] {
+         WorstVisitor visitor;
+         cache->objects().creatorDomain(maker)->domain(data)->primary()->iterate(visitor);
+       }},
+      {"end a zombie",
+       [&] {
+         cache->insert_zombie(StrongPtr<Cacheable>(new Mortal<Data>(memsize_t{1})));
+         cache->purge_Hades();
+       }},
+  };
+  const std::pair<std::vector<const char*>, std::vector<Deed>> groups[] = {
+      {{"memsize", "DomainType", "CreatorType", "release", "getCacheable", "isReproducible",
+        "hasProducer", "limit", "totalCost", "handleOutOfMemory", "visit"},
+       {throwing(),
+        {"look",
+         [&] {
+           if (cache) {
+             cache->statistics();
+             cache->list_info();
+             order<1>(*cache);
+           }
+         }},
+        {"work elsewhere",
+         [&] {
+           cache->insert(all['p'], false);
+           cache->touch(all['q']);
+           cache->insert_zombie(all['r']);
+           cache->adjust(typeid(MakerOf<0>), typeid(DataOf<1>), 50);
+           const CachePtr other = new Cache(10, "other");
+           EXPECT_TRUE(other->insert(all['s'], false) || !all['s']);
+           cache->purge();
+         },
+         true}}},
+      {{"release", "getCacheable", "handleOutOfMemory", "create", "visit"},
+       {{"destroy the makers",
+         [&] {
+           quarry = nullptr;
+           for (MakerPtr& each : makers)
+             each = nullptr;
+         }},
+        {"destroy the cache", [&] { cache = nullptr; }},
+        {"again", enable(makers[4])}}},
+  };
+  testing::internal::CaptureStdout();
+  for (const auto& [places, changes] : groups)
+    for (const char* const where : places) {
+      SCOPED_TRACE(where);
+      place = where;
+      visits = 0;
+      doTheWorst(
+          operations, changes,
+          [&] {
+            cache = new WorstCache(85, "cache");
+            for (const char name : secondDomain)
+              EXPECT_TRUE(cache->insert(all.add<1>(name, 5, name == 'p' ? 1 : 2), false));
+            for (int i = 0; i < 5; ++i) {
+              makers[i] = made(new Mortal<WorstMaker>(cache),
+                               new Mortal<WorstData>(memsize_t{i < 3   ? 20u
+                                                               : i < 4 ? 30u
+                                                                       : 1000u}));
+              makers[i]->answer = std::min(i, 2);
+              EXPECT_TRUE(i > 2 || cache->insert(makers[i]->data, false));
+            }
+            quarry = new WorstQuarry(cache);
+          },
+          [&] {
+            quarry = nullptr;
+            const auto end = std::remove(std::begin(makers), std::end(makers), nullptr);
+            check({std::begin(makers), end});
+            std::fill(std::begin(makers), std::end(makers), nullptr);
+          });
+      EXPECT_GT(visits, 0) << "never come to";
     }
-    place.clear();
-    EXPECT_GT(done, 0);
-    const WeakCachePtr watched = own;
-    maker = nullptr;
-    own = nullptr;
-    EXPECT_FALSE(watched) << "nothing holds it any more";
-  }
-  deed = nullptr;
+  const std::string said = testing::internal::GetCapturedStdout();
+  if (HasFailure())
+    std::puts(said.c_str());
+  place.clear();
 }
 
-// A size that changes behind the back of the library shifts the sum of its queue by exactly the
-// difference when it leaves.
-TEST_F(HostileCreator, SizeShift) {
-  const std::type_info &maker = typeid(MakerOf<0>), &data = typeid(DataOf<0>);
-  for (const memsize_t lie : {memsize_t{0}, memsize_t{7}, memsize_t{1} << 63, largest}) {
-    SCOPED_TRACE(lie);
-    cache = new Cache(100, "own");
-    EXPECT_TRUE(cache->insert(all.add('a', 5, 0), true));
-    all.data('a').size = lie;
-    EXPECT_TRUE(cache->touch(all['a']) && all['a']->markAsUsed());
-    EXPECT_EQ(cache->totalCost(false), 5u) << "within its queue nothing is counted anew";
-    EXPECT_TRUE(cache->adjust(maker, data, 96));
-    EXPECT_EQ(order(*cache), "||a");
-    EXPECT_EQ(cache->totalCost(false), 5 - lie);
-    EXPECT_EQ(cache->totalCost(true), 5u) << "kept with what it says now";
-    all.data('a').size = 3;
-    all.drop('a');
-    EXPECT_EQ(cache->totalCost(false), 5 - lie);
-    EXPECT_EQ(cache->totalCost(true), 2u);
-    EXPECT_EQ(cache->nEntries(), 0u);
+TEST_F(HostileInCache, CatchersAreCalledInTheMiddleOfEverything) {
+  struct Catcher : VerboseCatcher {
+    void catchMessage(int, const std::string&, const std::string&, const std::string&, int,
+                      char) override {
+      act(onEnd ? dropsItself : onCall);
+    }
+    Action dropsItself;
+  };
+  StrongPtr<Mortal<Catcher>, VerboseCatcher> catcher;
+  const auto install = [&] {
+    catcher = new Mortal<Catcher>;
+    catcher->dropsItself = [&] { catcher = nullptr; };
+    VerboseCatcher::theCatcher = catcher;
+  };
+  std::vector<Deed> changes = deeds;
+  changes.insert(changes.end(), {{"destroy itself", [&] { catcher = nullptr; }},
+                                 {"go", [] { VerboseCatcher::theCatcher = nullptr; }},
+                                 {"give way", install}});
+  doTheWorst(
+      {
+          {"insert", [&] { cache->insert(all['c'], false); }},
+          {"insert what is new", [&] { cache->insert(all.add<2, 2>('n', 3), false); }},
+          {"find no room", [&] { cache->insert(all.add('m', 1000), false); }},
+          {"touch", [&] { cache->touch(all['a']); }},
+          {"make room", [&] { adjust(30); }},
+          {"purge", [&] { cache->purge(); }},
+      },
+      changes,
+      [&] {
+        fillWithAnswers();
+        install();
+      },
+      [&] {
+        check();
+        VerboseCatcher::theCatcher = catcher = nullptr;
+      });
+}
+
+// A hook must not throw, so it keeps away from the queue that asks; but not from all others.
+TEST_F(HostileInCache, LastPointerHooksWorkInTheCache) {
+  struct Hooked : DataOf<0> {
+    using DataOf<0>::DataOf;
+    void unction() override { act(onCall); }
+  };
+  struct HookedMaker : MakerOf<0> {
+    void unction() override {
+      act(onCall);
+      if (data)
+        data->leaveQueue();
+    }
+  };
+  MakerPtr maker;
+  StrongPtr<Cacheable> saved;
+  std::vector<Deed> changes(deeds.begin() + 1, deeds.end());
+  changes.push_back({"save", [&] { saved = maker ? maker->data : nullptr; }});
+  doTheWorst(
+      {
+          {"drop the data", [&] { maker->data = nullptr; }},
+          {"drop the maker", [&] { maker = nullptr; }},
+          {"purge", [&] { cache->purge(); }},
+          {"forget", [&] { cache->forget(typeid(Hooked)); }},
+          {"destroy", [&] { cache = nullptr; }},
+          {"zombie",
+           [&] {
+             cache->insert_zombie(maker->data);
+             maker->data = nullptr;
+             cache->purge_Hades();
+           }},
+      },
+      changes,
+      [&] {
+        fillWithAnswers();
+        maker = made(new HookedMaker, new Hooked(2));
+        EXPECT_TRUE(cache->insert(maker->data, false));
+      },
+      [&] {
+        check(maker ? std::vector<MakerPtr>{maker} : std::vector<MakerPtr>());
+        maker = nullptr;
+        saved = nullptr;
+      });
+}
+
+// Breakpoints are for the whole process, and decided upon once: this one runs itself again.
+TEST_F(HostileInCache, CallbacksOfBreakpointsDoTheirWorst) {
+  const char* const variable = "TOLVANE_ENABLE_BREAKPOINTS";
+  if (!std::getenv(variable)) {
+    const ProbeResult run =
+        runProbe({"--gtest_filter=*CallbacksOfBreakpointsDoTheirWorst"},
+                 {.environment = {{variable, "1"}},
+                  .program = TOLVANE_TEST_HOST_DIR "/tolvane-hostile" TOLVANE_TEST_PROGRAM_SUFFIX});
+    EXPECT_EQ(run.exitCode, 0) << run.out << run.err;
+    EXPECT_NE(run.out.find("[  PASSED  ] 1 test"), std::string::npos) << run.out;
+    return;
   }
+  struct Callback : AssertionCallback {
+    bool assertion(const std::string&, const StackFrames&) override { return act(onCall), false; }
+  };
+  const auto install = [] {
+    AssertionCallback::registerCallback(std::make_shared<Mortal<Callback>>());
+  };
+  std::vector<Deed> changes = deeds;
+  changes.insert(changes.end(), {{"go", [] { AssertionCallback::registerCallback(nullptr); }},
+                                 {"give way", install},
+                                 {"again", [] { breakpoint("nested"); }}});
+  doTheWorst(
+      {
+          {"breakpoint", [] { breakpoint("text"); }},
+          {"null pointer", [] { StrongPtr<Cacheable>()->memsize(); }, true},
+          {"make room",
+           [&] { // asks for a creator that is gone, while the queue is held
+             const StrongPtr<Cacheable> orphan = all['a'].lock();
+             all.drop('a');
+             const std::shared_ptr<void> last(nullptr, [&](void*) { orphan->leaveQueue(); });
+             adjust(30);
+           },
+           true},
+      },
+      changes,
+      [&] {
+        fillWithAnswers();
+        install();
+      },
+      [&] {
+        check();
+        AssertionCallback::registerCallback(nullptr);
+      });
 }

@@ -1,21 +1,18 @@
-// Interfaces, attributes, catchers of messages, callbacks and last-pointer hooks that do what none
-// should: what calls them stays whole, and nothing is left behind.
+// Interfaces and attributes that do what none should: what carries them stays whole, and nothing is
+// left behind.
 
-#include "support/CacheFixtures.hpp"
 #include "support/Hostile.hpp"
 
-#include <tolvane/AssertionCallback.hpp>
 #include <tolvane/Attributes.hpp>
-#include <tolvane/Breakpoint.hpp>
 #include <tolvane/Chunk.hpp>
 #include <tolvane/Intercube.hpp>
 
-#include <filesystem>
-
-using namespace cachetest;
-using namespace hostile;
+#include <algorithm>
 
 namespace {
+
+using namespace Tolvane;
+using namespace hostile;
 
 using Slot = StrongPtr<InterfaceBase>;
 using Parameter = StrongPtr<InterfaceIterationParameter>;
@@ -168,178 +165,4 @@ TEST_F(Hostile, AttributesAreChangedWhileTheyAreWalkedAndReleased) {
         refill();
       },
       end);
-}
-
-namespace {
-
-struct HostileInCache : Hostile {
-  // Three objects with all answers, and one of another domain.
-  void fill() {
-    cache = new Cache(45, "cache");
-    for (const char name : {'a', 'b', 'c'})
-      EXPECT_TRUE(cache->insert(all.add(name, 10, name - 'a'), false));
-    EXPECT_TRUE(cache->insert(all.add<1>('p', 10), false));
-  }
-  void check() {
-    if (cache)
-      expectWhole(*cache, all);
-    cache = nullptr;
-  }
-  bool adjust(memsize_t cost = 30) {
-    return cache->adjust(typeid(MakerOf<0>), typeid(DataOf<0>), cost);
-  }
-
-  // Those who push into the queue that asks get an error.
-  const std::vector<Deed> deeds = {
-      throwing(),
-      {"use",
-       [&] {
-         cache && cache->touch(all['b']);
-         const StrongPtr<Cacheable> held = all['c'].lock();
-         held && held->markAsUsed();
-       },
-       true},
-      {"insert", [&] { cache && cache->insert(all['p'], true) && cache->insert(all['a'], true); },
-       true},
-      {"purge", [&] { cache ? cache->purge() : 0; }},
-      {"make room", [&] { cache&& adjust() && cache->adjust(typeid(int), typeid(int), 40); }},
-      {"list", [&] { printed([&] { cache ? cache->list_info() : void(); }); }},
-      {"destroy the cache", [&] { cache = nullptr; }},
-  };
-  CachePtr cache;
-  Population all;
-};
-
-} // namespace
-
-TEST_F(HostileInCache, CatchersAreCalledInTheMiddleOfEverything) {
-  struct Catcher : VerboseCatcher {
-    void catchMessage(int, const std::string&, const std::string&, const std::string&, int,
-                      char) override {
-      act(onEnd ? dropsItself : onCall);
-    }
-    Action dropsItself;
-  };
-  StrongPtr<Mortal<Catcher>, VerboseCatcher> catcher;
-  const auto install = [&] {
-    catcher = new Mortal<Catcher>;
-    catcher->dropsItself = [&] { catcher = nullptr; };
-    VerboseCatcher::theCatcher = catcher;
-  };
-  std::vector<Deed> changes = deeds;
-  changes.insert(changes.end(), {{"destroy itself", [&] { catcher = nullptr; }},
-                                 {"go", [] { VerboseCatcher::theCatcher = nullptr; }},
-                                 {"give way", install}});
-  doTheWorst(
-      {
-          {"insert", [&] { cache->insert(all['c'], false); }},
-          {"insert what is new", [&] { cache->insert(all.add<2, 2>('n', 3), false); }},
-          {"find no room", [&] { cache->insert(all.add('m', 1000), false); }},
-          {"touch", [&] { cache->touch(all['a']); }},
-          {"make room", [&] { adjust(); }},
-          {"purge", [&] { cache->purge(); }},
-      },
-      changes,
-      [&] {
-        fill();
-        install();
-      },
-      [&] {
-        check();
-        VerboseCatcher::theCatcher = catcher = nullptr;
-      });
-}
-
-// A hook must not throw, so it keeps away from the queue that asks; but not from all others.
-TEST_F(HostileInCache, LastPointerHooksWorkInTheCache) {
-  struct Hooked : DataOf<0> {
-    using DataOf<0>::DataOf;
-    void unction() override { act(onCall); }
-  };
-  struct HookedMaker : MakerOf<0> {
-    void unction() override {
-      act(onCall);
-      if (data)
-        data->leaveQueue();
-    }
-  };
-  MakerPtr maker;
-  StrongPtr<Cacheable> saved;
-  std::vector<Deed> changes(deeds.begin() + 1, deeds.end());
-  changes.push_back({"save", [&] { saved = maker ? maker->data : nullptr; }});
-  doTheWorst(
-      {
-          {"drop the data", [&] { maker->data = nullptr; }},
-          {"drop the maker", [&] { maker = nullptr; }},
-          {"purge", [&] { cache->purge(); }},
-          {"forget", [&] { cache->forget(typeid(Hooked)); }},
-          {"destroy", [&] { cache = nullptr; }},
-          {"zombie",
-           [&] {
-             cache->insert_zombie(maker->data);
-             maker->data = nullptr;
-             cache->purge_Hades();
-           }},
-      },
-      changes,
-      [&] {
-        fill();
-        maker = made(new HookedMaker, new Hooked(2));
-        EXPECT_TRUE(cache->insert(maker->data, false));
-      },
-      [&] {
-        if (cache)
-          expectWhole(*cache, all, maker ? std::vector<MakerPtr>{maker} : std::vector<MakerPtr>());
-        cache = nullptr;
-        maker = nullptr;
-        saved = nullptr;
-      });
-}
-
-// Breakpoints are for the whole process, and decided upon once: this one runs itself again.
-TEST_F(HostileInCache, CallbacksOfBreakpointsDoTheirWorst) {
-  const char* const variable = "TOLVANE_ENABLE_BREAKPOINTS";
-  if (!std::getenv(variable)) {
-    const std::filesystem::path probe = probePath();
-    const ProbeResult run = runProbe(
-        {"--gtest_filter=*CallbacksOfBreakpointsDoTheirWorst"},
-        {.environment = {{variable, "1"}},
-         .program =
-             (probe.parent_path() / ("tolvane-hostile" + probe.extension().string())).string()});
-    EXPECT_EQ(run.exitCode, 0) << run.out << run.err;
-    EXPECT_NE(run.out.find("[  PASSED  ] 1 test"), std::string::npos) << run.out;
-    return;
-  }
-  struct Callback : AssertionCallback {
-    bool assertion(const std::string&, const StackFrames&) override { return act(onCall), false; }
-  };
-  const auto install = [] {
-    AssertionCallback::registerCallback(std::make_shared<Mortal<Callback>>());
-  };
-  std::vector<Deed> changes = deeds;
-  changes.insert(changes.end(), {{"go", [] { AssertionCallback::registerCallback(nullptr); }},
-                                 {"give way", install},
-                                 {"again", [] { breakpoint("nested"); }}});
-  doTheWorst(
-      {
-          {"breakpoint", [] { breakpoint("text"); }},
-          {"null pointer", [] { StrongPtr<Cacheable>()->memsize(); }, true},
-          {"make room",
-           [&] { // asks for a creator that is gone, while the queue is held
-             const StrongPtr<Cacheable> orphan = all['a'].lock();
-             all.drop('a');
-             const std::shared_ptr<void> last(nullptr, [&](void*) { orphan->leaveQueue(); });
-             adjust();
-           },
-           true},
-      },
-      changes,
-      [&] {
-        fill();
-        install();
-      },
-      [&] {
-        check();
-        AssertionCallback::registerCallback(nullptr);
-      });
 }

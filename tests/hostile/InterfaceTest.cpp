@@ -73,7 +73,7 @@ TEST_F(Hostile, InterfacesChangeAndDestroyWhatCarriesThem) {
   const auto add = [&](std::size_t from, std::size_t to) {
     forKeys(from, to, [&](auto& type) { step([&](Owner& o) { o.addInterface(item(type)); })(); });
   };
-  const Deed operations[] = {
+  const std::vector<Deed> operations = {
       {"add", [&] { add(0, 1); }},
       {"register", step([](Owner& o) {
          try {
@@ -92,13 +92,13 @@ TEST_F(Hostile, InterfacesChangeAndDestroyWhatCarriesThem) {
        })},
       {"destroy", [&] { owner = nullptr; }},
   };
-  std::vector<Deed> deeds(std::begin(operations), std::end(operations));
-  deeds.insert(deeds.end(), {throwing(),
-                             {"grow", [&] { add(2, keyCount); }},
-                             {"empty", step([](Owner& o) { o.registerInterface(key(0)); }), true},
-                             {"destroy by hand", [&] { delete owner.get(); }},
-                             {"destroy the interface",
-                              step([](Owner& o) { delete o.findInterface(key(0)).get(); }), true}});
+  const std::vector<Deed> deeds =
+      joined(operations, {throwing(),
+                          {"grow", [&] { add(2, keyCount); }},
+                          {"empty", step([](Owner& o) { o.registerInterface(key(0)); }), true},
+                          {"destroy by hand", [&] { delete owner.get(); }},
+                          {"destroy the interface",
+                           step([](Owner& o) { delete o.findInterface(key(0)).get(); }), true}});
   const auto fill = [&] {
     owner = new Owner;
     watched = owner;
@@ -120,7 +120,7 @@ TEST_F(Hostile, InterfacesChangeAndDestroyWhatCarriesThem) {
   };
   for (const bool makes : {true, false}) {
     Owner::makes = makes;
-    doTheWorst({std::begin(operations), std::end(operations)}, deeds, fill, check);
+    doTheWorst(operations, deeds, fill, check);
   }
 }
 
@@ -136,19 +136,18 @@ TEST_F(Hostile, AttributesAreChangedWhileTheyAreWalkedAndReleased) {
     EXPECT_EQ(visited, visitor.names.size());
     EXPECT_TRUE(std::is_sorted(visitor.names.begin(), visitor.names.end()));
   };
-  const Deed operations[] = {
+  const std::vector<Deed> operations = {
       {"walk", [&] { walk(false); }},
       {"walk and empty", [&] { walk(true); }},
       {"set", refill},
       {"assign", [&] { *set = Attributes(); }},
   };
-  std::vector<Deed> deeds(std::begin(operations), std::end(operations));
-  deeds.insert(deeds.end(),
-               {throwing(),
-                {"add before", [&] { set->setAttribute("0", nullptr); }},
-                {"add behind", [&] { set->setAttribute("bb", new Mortal<ChunkBase>); }},
-                {"copy", [&] { *set = Attributes(*set); }},
-                {"ask", [&] { EXPECT_GE(set->toString().size(), set->size()); }}});
+  const std::vector<Deed> deeds =
+      joined(operations, {throwing(),
+                          {"add before", [&] { set->setAttribute("0", nullptr); }},
+                          {"add behind", [&] { set->setAttribute("bb", new Mortal<ChunkBase>); }},
+                          {"copy", [&] { *set = Attributes(*set); }},
+                          {"ask", [&] { EXPECT_GE(set->toString().size(), set->size()); }}});
   const auto end = [&] { // with what its chunks do at their end, while it can still be asked
     Visitor visitor;
     EXPECT_EQ(set->iterate(visitor), static_cast<int>(set->size()));
@@ -159,7 +158,7 @@ TEST_F(Hostile, AttributesAreChangedWhileTheyAreWalkedAndReleased) {
     new (set.get()) Attributes;
   };
   doTheWorst(
-      {std::begin(operations), std::end(operations)}, deeds,
+      operations, deeds,
       [&] {
         set = std::make_unique<Attributes>();
         refill();

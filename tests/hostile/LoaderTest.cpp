@@ -68,7 +68,7 @@ int iterate(bool replaces) {
 
 TEST_F(Hostile, LoadersDoTheirWorst) {
   Parameters parameters;
-  const Deed operations[] = {
+  const std::vector<Deed> operations = {
       {"load", [&] { Base::domain_load(parameters, nullptr, typeid(Domain)); }},
       {"load nothing", [&] { Base::domain_load(nullptr, nullptr, typeid(Domain)); }},
       {"ask", [&] { Base::domain_isloadable(parameters, typeid(Domain)); }},
@@ -79,31 +79,31 @@ TEST_F(Hostile, LoadersDoTheirWorst) {
       {"forget", [] { Base::forget(typeid(Domain)); }},
       {"drop what is given", [&] { parameters = nullptr; }},
   };
-  std::vector<Deed> deeds(std::begin(operations), std::end(operations));
-  deeds.insert(deeds.end(), {throwing(),
-                             {"grow", [] { forKeys(3, keyCount, append); }},
-                             {"list",
-                              [] {
-                                Names extensions;
-                                Base::getSupportedDomainExtensions(extensions, typeid(Domain));
-                                EXPECT_LE(Base::loaders(typeid(Domain)).size(),
-                                          keyCount * Base::domains().size());
-                              }},
-                             {"strip what is given",
-                              [&] {
-                                if (const Parameters held = parameters) {
-                                  held->clearInterfaces();
-                                  held->setStatusText("other");
-                                  held->addInterface(new Mortal<PlainProgress>);
-                                }
-                              }},
-                             {"destroy what is given", [&] { delete parameters.get(); }, true},
-                             {"destroy the loaders",
-                              [] {
-                                for (const auto& loader : Base::loaders(typeid(Domain)))
-                                  delete loader.get();
-                              },
-                              true}});
+  const std::vector<Deed> deeds =
+      joined(operations, {throwing(),
+                          {"grow", [] { forKeys(3, keyCount, append); }},
+                          {"list",
+                           [] {
+                             Names extensions;
+                             Base::getSupportedDomainExtensions(extensions, typeid(Domain));
+                             EXPECT_LE(Base::loaders(typeid(Domain)).size(),
+                                       keyCount * Base::domains().size());
+                           }},
+                          {"strip what is given",
+                           [&] {
+                             if (const Parameters held = parameters) {
+                               held->clearInterfaces();
+                               held->setStatusText("other");
+                               held->addInterface(new Mortal<PlainProgress>);
+                             }
+                           }},
+                          {"destroy what is given", [&] { delete parameters.get(); }, true},
+                          {"destroy the loaders",
+                           [] {
+                             for (const auto& loader : Base::loaders(typeid(Domain)))
+                               delete loader.get();
+                           },
+                           true}});
   const auto fill = [&] {
     forKeys(0, 3, append);
     parameters = new Mortal<LoaderParameters>(Names{"f"});
@@ -122,7 +122,7 @@ TEST_F(Hostile, LoadersDoTheirWorst) {
     parameters = nullptr;
   };
   testing::internal::CaptureStdout(); // the reports of what was destroyed by hand
-  doTheWorst({std::begin(operations), std::end(operations)}, deeds, fill, check);
+  doTheWorst(operations, deeds, fill, check);
   testing::internal::GetCapturedStdout();
 }
 
@@ -153,7 +153,7 @@ TEST_F(Hostile, LoadersLoadCrosswise) {
 }
 
 TEST_F(Hostile, SaversDoTheirWorst) {
-  const Deed operations[] = {
+  const std::vector<Deed> operations = {
       {"iterate", [] { iterate(false); }},
       {"iterate and replace", [] { iterate(true); }},
       {"traverse", [] { Walk().traverseCreators(typeid(Domain)); }},
@@ -162,19 +162,18 @@ TEST_F(Hostile, SaversDoTheirWorst) {
       {"forget the key", [] { Savers::forget(key(0)); }},
       {"forget", [] { Savers::forget(typeid(Domain)); }},
   };
-  std::vector<Deed> deeds(std::begin(operations), std::end(operations));
-  deeds.insert(deeds.end(),
-               {throwing(),
-                {"grow", [] { forKeys(3, keyCount, appendSaver); }},
-                {"add types", [] { forKeys(0, keyCount, Savers::SaveMethods); }},
-                {"destroy the creators",
-                 [] {
-                   for (const auto& [key, creator] : Savers::SaveMethods(typeid(Domain)))
-                     delete creator.get();
-                 },
-                 true}});
+  const std::vector<Deed> deeds =
+      joined(operations, {throwing(),
+                          {"grow", [] { forKeys(3, keyCount, appendSaver); }},
+                          {"add types", [] { forKeys(0, keyCount, Savers::SaveMethods); }},
+                          {"destroy the creators",
+                           [] {
+                             for (const auto& [key, creator] : Savers::SaveMethods(typeid(Domain)))
+                               delete creator.get();
+                           },
+                           true}});
   doTheWorst(
-      {std::begin(operations), std::end(operations)}, deeds, [] { forKeys(0, 3, appendSaver); },
+      operations, deeds, [] { forKeys(0, 3, appendSaver); },
       [] {
         unsigned visited = 0;
         left = 1000;

@@ -44,8 +44,11 @@ public:
   }
   bool isReproducible() const override { return true; }
 
-  int release() override { return drop() ? 2 : 1; }
-
+  int release() override {
+    if (onRelease)
+      onRelease();
+    return drop() ? 2 : 1;
+  }
   // The data, made and handed to the cache where there are none.
   DataPtr obtain(Cache& cache, memsize_t size) {
     if (DataPtr data = getCacheable())
@@ -72,6 +75,8 @@ public:
     return true;
   }
 
+  std::function<void()> onRelease;
+
 protected:
   virtual Cacheable* make(memsize_t size) = 0;
 
@@ -85,27 +90,6 @@ using SharedMakerPtr = StrongPtr<SharedMaker, Creature>;
 template <int Domain, int Creator>
 class MakerOfBlocks : public SharedMaker {
   Cacheable* make(memsize_t size) override { return new Block<Domain>(size); }
-};
-
-// Works in the domain of the other thread before it lets its data go.
-template <int Domain>
-class CrossMaker : public SharedMaker {
-public:
-  explicit CrossMaker(Cache& cache) : cache_(cache), other_(new MakerOfBlocks<1 - Domain, 0>) {
-    otherData_ = other_->obtain(cache, 5);
-  }
-  int release() override {
-    cache_.insert(otherData_, true);
-    cache_.touch(otherData_);
-    cache_.adjust(typeid(CrossMaker<1 - Domain>), typeid(Block<1 - Domain>), 20);
-    return SharedMaker::release();
-  }
-
-private:
-  Cacheable* make(memsize_t size) override { return new Block<Domain>(size); }
-  Cache& cache_;
-  const SharedMakerPtr other_;
-  DataPtr otherData_;
 };
 
 // The short way to write one.
@@ -350,17 +334,26 @@ TEST_F(CacheStress, DomainsComeAndGo) {
   }
 }
 
-// Releases that insert into, touch and adjust the domain of the other thread.
+// Releases that insert into, touch and adjust the domains of the other thread.
 TEST_F(CacheStress, ReleasesWorkCrosswise) {
   const CachePtr cache = new Cache(40, "cache");
   LongRun run(2);
   inThreads(2, [&](int thread, std::mt19937&) {
     for (int i = 0; run.goesOn(i, 2000); ++i) {
-      const SharedMakerPtr maker = thread ? SharedMakerPtr(new CrossMaker<1>(*cache))
-                                          : SharedMakerPtr(new CrossMaker<0>(*cache));
+      SharedMakerPtr maker = new MakerOfBlocks<0, 1>, other = new MakerOfBlocks<1, 0>;
+      if (thread) {
+        maker = new MakerOfBlocks<1, 1>;
+        other = new MakerOfBlocks<0, 0>;
+      }
+      maker->onRelease = [&, data = other->obtain(*cache, 5)] {
+        cache->insert(data, true);
+        cache->touch(data);
+        cache->adjust(thread ? typeid(MakerOfBlocks<0, 1>) : typeid(MakerOfBlocks<1, 1>),
+                      blockType(1 - thread), 20);
+      };
       maker->obtain(*cache, 20);
       if (i % 3 == 0)
-        cache->adjust(typeid(CrossMaker<0>), blockType(thread), 30);
+        cache->adjust(typeid(MakerOfBlocks<0, 1>), blockType(thread), 30);
     }
   });
   expectEmpty(*cache);

@@ -242,34 +242,6 @@ TEST(PointerStress, DestroyedByHandBesideCopies) {
        });
 }
 
-TEST(PointerStress, NumbersOfInstancesAreOneSequence) {
-  struct Counted : ReferenceBase<Counted> {};
-  std::set<std::uint64_t> all;
-  std::mutex mutex;
-  inThreads([&](int) {
-    std::vector<std::uint64_t> drawn;
-    for (int i = 0; i < roundCount; ++i)
-      drawn.push_back(StrongPtr<Counted>(new Counted)->instanceNumber());
-    EXPECT_TRUE(std::is_sorted(drawn.begin(), drawn.end()));
-    const std::lock_guard lock(mutex);
-    all.insert(drawn.begin(), drawn.end());
-  });
-  EXPECT_EQ(all.size(), std::size_t{threadCount} * roundCount);
-  EXPECT_EQ(*all.rbegin() + 1, *all.begin() + all.size());
-}
-
-TEST(PointerStress, CounterReachesZeroOnce) {
-  Counter counter(1);
-  std::atomic<int> zeros{0};
-  inThreads([&](int) {
-    for (int i = 0; i < roundCount; ++i) {
-      ++counter;
-      zeros += --counter;
-    }
-  });
-  EXPECT_TRUE(zeros == 0 && --counter);
-}
-
 /// Chains that share a stem are let go of by several threads at once, while another takes hold of
 /// records on the way, renames them, and must always find all that is above them.
 TEST(ProvenanceStress, ThreadsReleaseForkedChains) {
@@ -317,36 +289,10 @@ namespace {
 
 template <int>
 struct Numbered {};
-
 template <int... N>
 std::vector<const std::type_info*> numberedTypes(std::integer_sequence<int, N...>) {
   return {&typeid(Numbered<N>)...};
 }
-
-} // namespace
-
-TEST(TypenameStress, ThreadsAgreeOnNamesAndIds) {
-  const auto types = numberedTypes(std::make_integer_sequence<int, 100>());
-  std::vector<std::int64_t> ids[threadCount];
-  inThreads([&](int thread) {
-    for (std::size_t i = 0; i < types.size(); ++i) {
-      // A name of its own comes and goes meanwhile, for the types that nobody else looks at.
-      if (static_cast<int>(i) % threadCount == thread) {
-        DefineTypenameBase::setTypename(*types[i], "own");
-        EXPECT_EQ(Typename(*types[i]), "own");
-        DefineTypenameBase::removeTypename(*types[i]);
-      }
-      ids[thread].push_back(getTypeID(*types[i]));
-      EXPECT_EQ(Typename(typeid(std::vector<int>)), "std::vector<int, std::allocator<int> >");
-      detail::typeByName("own");
-    }
-  });
-  EXPECT_EQ(std::set<std::int64_t>(ids[0].begin(), ids[0].end()).size(), types.size());
-  for (const auto& those : ids)
-    EXPECT_EQ(those, ids[0]);
-}
-
-namespace {
 
 struct CountingCatcher : VerboseCatcher {
   ~CountingCatcher() override { alive_ = false; }
@@ -364,12 +310,22 @@ private:
 
 } // namespace
 
-TEST(VerboseStress, MessagesWhileTheCatcherComesAndGoes) {
-  std::atomic<bool> done{false};
+// Numbers of instances, names and numbers of types, messages to a catcher that comes and goes, and
+// profiled scopes.
+TEST(ProcessStress, WhatThereIsOnlyOnceServesAllThreads) {
+  struct Counted : ReferenceBase<Counted> {};
+  constexpr std::size_t count = 1000;
+  const auto types = numberedTypes(std::make_integer_sequence<int, 100>());
+  std::vector<std::uint64_t> instances[threadCount];
+  std::vector<std::int64_t> ids[threadCount];
+  Counter counter(1);
+  std::atomic<int> zeros{0}, working{threadCount};
+  Profiler::reset();
+  Profiler::enable();
   StrongPtr<CountingCatcher, VerboseCatcher> first = new CountingCatcher;
   VerboseCatcher::theCatcher = first;
   std::thread changing([&] {
-    while (!done) {
+    while (working > 0) {
       StrongPtr<CountingCatcher, VerboseCatcher> other = new CountingCatcher;
       VerboseCatcher::theCatcher = other;
       other = nullptr;
@@ -378,36 +334,51 @@ TEST(VerboseStress, MessagesWhileTheCatcherComesAndGoes) {
     }
   });
   inThreads([&](int thread) {
-    for (int i = 0; i < 300; ++i) {
+    for (std::size_t i = 0; i < count; ++i) {
+      TOLVANE_PROFILE("shared by threads", 1);
+      const Profiler other("f.cpp", 1, "f()", ("name " + std::to_string(i % 50)).c_str(), 1);
+      ++counter;
+      instances[thread].push_back(StrongPtr<Counted>(new Counted)->instanceNumber());
+      zeros += --counter;
+      const std::type_info& type = *types[i % types.size()];
+      // A name of its own comes and goes meanwhile, for the types that nobody else looks at.
+      if (i % threadCount == static_cast<std::size_t>(thread)) {
+        DefineTypenameBase::setTypename(type, "own");
+        EXPECT_EQ(Typename(type), "own");
+        DefineTypenameBase::removeTypename(type);
+      }
+      ids[thread].push_back(getTypeID(type));
+      EXPECT_EQ(Typename(typeid(std::vector<int>)), "std::vector<int, std::allocator<int> >");
+      detail::typeByName("own");
       const VerboseStream::Indentator section("f.cpp", 1, "f()", 9, '-', thread, "");
-      const std::string file = "file" + std::to_string(i % 7) + ".cpp";
-      VerboseStream(false, false, 1, file.c_str(), i, "f()", std::to_string(thread), "");
+      const std::string file = "file" + std::to_string(i % 7) + ".cpp",
+                        text = std::to_string(thread);
+      VerboseStream(false, false, 1, file.c_str(), 1, "f()", text, "");
       TOLVANE_VERBOSE_DOMAIN(2, "Mem") << thread;
     }
+    --working;
   });
-  done = true;
   changing.join();
+  Profiler::disable();
+  EXPECT_TRUE(zeros == 0 && --counter);
+  std::set<std::uint64_t> all;
+  for (int thread = 0; thread < threadCount; ++thread) {
+    const auto& mine = instances[thread];
+    EXPECT_TRUE(std::is_sorted(mine.begin(), mine.end()));
+    all.insert(mine.begin(), mine.end());
+    EXPECT_EQ(ids[thread], ids[0]);
+  }
+  EXPECT_EQ(all.size(), threadCount * count);
+  EXPECT_EQ(*all.rbegin() + 1, *all.begin() + all.size());
+  EXPECT_EQ(std::set<std::int64_t>(ids[0].begin(), ids[0].end()).size(), types.size());
+  std::uint64_t shared = 0, others = 0;
+  for (const Profiler::Statistic& one : Profiler::statistics())
+    (one.name == "shared by threads" ? shared : others) += one.calls;
+  EXPECT_TRUE(shared == all.size() && others == all.size()) << shared << ' ' << others;
   CountingCatcher::caught = 0;
   VerboseStream(false, false, 1, "f.cpp", 1, "f()", "0", "");
   EXPECT_EQ(CountingCatcher::caught, 1);
   VerboseCatcher::theCatcher = nullptr;
-}
-
-TEST(ProfilerStress, CountsEveryScope) {
-  Profiler::reset();
-  Profiler::enable();
-  inThreads([](int) {
-    for (int i = 0; i < 1000; ++i) {
-      TOLVANE_PROFILE("shared by threads", 1);
-      const std::string name = "name " + std::to_string(i % 50);
-      const Profiler other("f.cpp", 1, "f()", name.c_str(), 1);
-    }
-  });
-  Profiler::disable();
-  std::uint64_t shared = 0, others = 0;
-  for (const Profiler::Statistic& one : Profiler::statistics())
-    (one.name == "shared by threads" ? shared : others) += one.calls;
-  EXPECT_TRUE(shared == 4000 && others == 4000) << shared << ' ' << others;
   Profiler::reset();
 }
 

@@ -57,6 +57,11 @@ inline Deed throwing() {
   return {"throw", [] { throw std::runtime_error("from inside"); }, true};
 }
 
+inline std::vector<Deed> joined(std::vector<Deed> deeds, const std::vector<Deed>& more) {
+  deeds.insert(deeds.end(), more.begin(), more.end());
+  return deeds;
+}
+
 struct Hostile : testing::Test {
   /// Does every deed in every operation: in calls, and where it does not throw in destructors. Each
   /// time it fills anew, checks what is left, and expects that in the end nothing is.

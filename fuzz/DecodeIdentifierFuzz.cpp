@@ -1,7 +1,5 @@
-#include "Check.hpp"
 #include "Rules.hpp"
 
-#include <cstddef>
 #include <cstdint>
 
 // Reads tokens, lines and blanks from an arbitrary text until it ends.
@@ -20,7 +18,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const unsigned choices = data[2];
   Cursor in(std::string(data + 3, data + size));
   const auto read = [&](Kind kind) {
-    CHECK(reads(in, kind, static_cast<char>(data[0]), static_cast<char>(data[1]),
+    check(reads(in, kind, static_cast<char>(data[0]), static_cast<char>(data[1]),
                 terminatorSets[choices & 3], (choices & 4) != 0));
   };
   for (bool line = false; !in.atEnd(); line = !line) {

@@ -7,6 +7,7 @@
 #include <tolvane/StreamString.hpp>
 
 #include <algorithm>
+#include <cstdlib>
 #include <string>
 #include <utility>
 #include <vector>
@@ -16,6 +17,12 @@ namespace rules {
 using Pelko::StreamString;
 using namespace std::string_literals;
 using Substitutions = std::vector<std::pair<std::string, std::string>>;
+
+/// Ends the run of a fuzz target, which tells the input and the line.
+inline void check(bool right) {
+  if (!right)
+    std::abort();
+}
 
 /// One substitution after the other, each over all that the one before it left.
 inline std::string substituted(std::string s, const Substitutions& substitutions) {

@@ -73,12 +73,12 @@ TEST(Module, AgreesWithItsHostOnTypes) {
   ASSERT_EQ(theirs.size(), ours.size());
   int copies = 0;
   for (std::size_t i = 0; i < ours.size(); ++i) {
-    const std::string name = Typename(*ours[i]);
-    EXPECT_EQ(guest->names()[i], name);
-    EXPECT_EQ(guest->ids()[i], getTypeID(*ours[i])) << name;
-    EXPECT_EQ(TypeInfo(*theirs[i]), TypeInfo(*ours[i])) << name;
-    EXPECT_EQ(std::hash<TypeInfo>()(*theirs[i]), std::hash<TypeInfo>()(*ours[i])) << name;
-    copies += theirs[i] != ours[i];
+    EXPECT_EQ(theirs[i].name, ours[i].name);
+    EXPECT_EQ(theirs[i].id, ours[i].id) << ours[i].name;
+    const TypeInfo their = *theirs[i].type, our = *ours[i].type;
+    EXPECT_TRUE(their == our && std::hash<TypeInfo>()(their) == std::hash<TypeInfo>()(our))
+        << ours[i].name;
+    copies += theirs[i].type != ours[i].type;
   }
   EXPECT_GT(copies, 0); // or nothing was compared
   EXPECT_NE(detail::typeByName("guest brick"), typeid(void));
@@ -90,9 +90,8 @@ TEST(Module, SharesObjectsWithItsHost) {
   const StrongPtr<guest::Shape> theirs = guest->makeSquare(3), ours = new guest::Square(4),
                                 plain = new guest::Shape;
   EXPECT_TRUE(theirs->instanceNumber() == made && ours->instanceNumber() == made + 1);
-  EXPECT_EQ(guest->shapesMade(), made + 3);
   const StrongPtr<Cacheable> cacheable = new HostBrick;
-  EXPECT_EQ(guest->cacheablesMade(), Cacheable::instancesMade());
+  EXPECT_EQ(guest->made(), std::pair(made + 3, Cacheable::instancesMade()));
   // Down, on either side, whoever made the object.
   const StrongPtr<guest::Square, guest::Shape> square(theirs);
   ASSERT_TRUE(square && dynamic_cast<guest::Square*>(theirs.get()));
@@ -117,7 +116,6 @@ TEST(Module, ThrowsAcrossItsBorder) {
       "Exception described file.cpp 12",
       "Failure described file.cpp 12",
       "NullPtrException" + square,
-      "MaxExceptionCount 12" + square,
       "Tolvane::Out Of Memory",
       "Creature::Exception described file.cpp 12",
       "OutOfMemory Not enough memory to handle Unknown object",

@@ -42,27 +42,13 @@ const DefineTypename<BrickMaker> makerName("guest maker");
 
 class TheGuest : public guest::Guest {
 public:
-  std::vector<const std::type_info*> types() const override { return guest::types(); }
-
-  std::vector<std::string> names() const override {
-    std::vector<std::string> names;
-    for (const std::type_info* type : guest::types())
-      names.push_back(Typename(*type));
-    return names;
-  }
-
-  std::vector<std::int64_t> ids() const override {
-    std::vector<std::int64_t> ids;
-    for (const std::type_info* type : guest::types())
-      ids.push_back(getTypeID(*type));
-    return ids;
-  }
-
+  std::vector<guest::SeenType> types() const override { return guest::types(); }
   void raise(int kind) const override { guest::raise(kind); }
   std::string caught(const std::function<void()>& act) const override { return guest::caught(act); }
 
-  std::uint64_t shapesMade() const override { return guest::Shape::instancesMade(); }
-  std::uint64_t cacheablesMade() const override { return Cacheable::instancesMade(); }
+  std::pair<std::uint64_t, std::uint64_t> made() const override {
+    return {guest::Shape::instancesMade(), Cacheable::instancesMade()};
+  }
 
   StrongPtr<guest::Shape> makeSquare(double side) const override { return new guest::Square(side); }
   double areaOfSquare(const StrongPtr<guest::Shape>& shape) const override {

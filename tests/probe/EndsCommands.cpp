@@ -46,8 +46,8 @@ struct EndingCatcher : VerboseCatcher {
   throw std::runtime_error("nobody catches this");
 }
 
-void onThread(void (*action)()) {
-  std::thread(action).join();
+[[noreturn]] void stopHere() {
+  ImmediateExitus(endCode);
 }
 
 // Goes on until the process ends, wherever it is then.
@@ -69,7 +69,7 @@ void workForEver(const Arguments&) {
 
 const std::map<std::string, void (*)()> ends = {
     {"exit", exitWith},
-    {"exit-on-thread", [] { onThread(exitWith); }},
+    {"exit-on-thread", [] { std::thread(exitWith).join(); }},
     {"exit-in-release",
      [] {
        const ItemMakerPtr maker = makeItem<3>(Cache::MemCache());
@@ -86,11 +86,11 @@ const std::map<std::string, void (*)()> ends = {
     {"quick-exit", [] { std::quick_exit(endCode); }},
 #endif
     {"_Exit", [] { std::_Exit(endCode); }},
-    {"immediate", [] { ImmediateExitus(endCode); }},
-    {"immediate-on-thread", [] { onThread([] { ImmediateExitus(endCode); }); }},
-    {"abort", [] { std::abort(); }},
+    {"immediate", stopHere},
+    {"immediate-on-thread", [] { std::thread(stopHere).join(); }},
+    {"abort", std::abort},
     {"throw", throwUp},
-    {"throw-on-thread", [] { onThread(throwUp); }},
+    {"throw-on-thread", [] { std::thread(throwUp).join(); }},
     {"throw-noexcept", []() noexcept { throwUp(); }},
 };
 

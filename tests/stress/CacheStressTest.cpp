@@ -345,7 +345,8 @@ TEST_F(CacheStress, ReleasesWorkCrosswise) {
         maker = new MakerOfBlocks<1, 1>;
         other = new MakerOfBlocks<0, 0>;
       }
-      maker->onRelease = [&, data = other->obtain(*cache, 5)] {
+      maker->onRelease = [&cache, thread, other] {
+        const DataPtr data = other->obtain(*cache, 5);
         cache->insert(data, true);
         cache->touch(data);
         cache->adjust(thread ? typeid(MakerOfBlocks<0, 1>) : typeid(MakerOfBlocks<1, 1>),

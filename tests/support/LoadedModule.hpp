@@ -25,6 +25,7 @@
 #else
 #include <dlfcn.h>
 #include <fstream>
+using HMODULE = void*;
 #endif
 
 class LoadedModule {
@@ -34,13 +35,13 @@ public:
 #ifdef _WIN32
     std::replace(path_.begin(), path_.end(), '/', '\\');
     handle_ = LoadLibraryA(path_.c_str());
-    if (handle_ == nullptr)
-      throw std::runtime_error(path_ + ": error " + std::to_string(GetLastError()));
+    const std::string reason = "error " + std::to_string(GetLastError());
 #else
     handle_ = dlopen(path_.c_str(), RTLD_NOW | RTLD_LOCAL);
-    if (handle_ == nullptr)
-      throw std::runtime_error(dlerror());
+    const std::string reason = handle_ ? "" : dlerror();
 #endif
+    if (!handle_)
+      throw std::runtime_error(path_ + ": " + reason);
   }
 
   LoadedModule(const LoadedModule&) = delete;
@@ -65,13 +66,13 @@ public:
 
   /// Lets go of the module; the system unmaps it when nobody else needs it.
   void unload() {
-    if (handle_ != nullptr) {
+    if (!handle_)
+      return;
 #ifdef _WIN32
-      FreeLibrary(handle_);
+    FreeLibrary(handle_);
 #else
-      dlclose(handle_);
+    dlclose(handle_);
 #endif
-    }
     handle_ = nullptr;
   }
 
@@ -92,9 +93,5 @@ public:
 
 private:
   std::string path_;
-#ifdef _WIN32
   HMODULE handle_ = nullptr;
-#else
-  void* handle_ = nullptr;
-#endif
 };

@@ -32,12 +32,6 @@ protected:
     for (const char name : secondDomain)
       EXPECT_TRUE(cache->insert(all.add<1>(name, 10), false));
   }
-  // The same for what is done in between: all answers there are.
-  void fillWithAnswers() {
-    fill();
-    all.maker('a').answer = 0;
-    all.maker('b').answer = 1;
-  }
   void check(const std::vector<MakerPtr>& others = {}) {
     if (cache)
       expectWhole(*cache, all, others);
@@ -68,7 +62,7 @@ protected:
        true},
       {"purge", [&] { cache ? cache->purge() : 0; }},
       {"make room", [&] { cache&& adjust(30) && cache->adjust(typeid(int), typeid(int), 40); }},
-      {"list", [&] { printed([&] { cache ? cache->list_info() : void(); }); }},
+      {"list", [&] { cache ? cache->list_info() : void(); }},
       {"destroy the cache", [&] { cache = nullptr; }},
   };
   CachePtr cache;
@@ -294,6 +288,7 @@ struct WorstData : Data {
   const std::type_info& CreatorType() const override {
     return at("CreatorType"), Data::CreatorType();
   }
+  void unction() override { at("unction"); }
 };
 struct WorstMaker : Maker {
   using Maker::Maker;
@@ -307,6 +302,7 @@ struct WorstMaker : Maker {
   }
   bool isReproducible() const override { return at("isReproducible"), true; }
   std::string hasProducer() const override { return at("hasProducer"), ""; }
+  void unction() override { at("unction"); }
 };
 struct WorstCache : Cache {
   using Cache::Cache;
@@ -325,16 +321,29 @@ struct WorstQuarry : DataCreature<Data> {
 struct WorstVisitor : CacheQueue::Iterator {
   bool visit(Cacheable&) override { return at("visit"), true; }
 };
+struct WorstCatcher : VerboseCatcher {
+  void catchMessage(int, const std::string&, const std::string&, const std::string&, int,
+                    char) override {
+    if (onEnd && place == "catchMessage")
+      installed = nullptr; // so that its end comes while it is called
+    at("catchMessage");
+  }
+  static void install() {
+    installed = new Mortal<WorstCatcher>;
+    theCatcher = installed;
+  }
+  static inline StrongPtr<WorstCatcher, VerboseCatcher> installed;
+};
 
 } // namespace
 
 // Each place throws, looks at everything, or works in another domain, in the middle of everything;
-// or it destroys who is asked, or the cache. So do creators and data when they die.
+// or it destroys who is asked, or the cache. So do creators, data and catchers when they die.
 TEST_F(HostileInCache, EveryPlaceDoesItsWorst) {
-  Messages messages; // so that what is only said to listeners is worked out
   const std::type_info &maker = typeid(Mortal<WorstMaker>), &data = typeid(WorstData);
   MakerPtr makers[5]; // with all answers and in the cache, evicting others, and too large for it
   StrongPtr<WorstQuarry, Creature> quarry;
+  StrongPtr<Cacheable> saved;
   const auto enable = [&](const MakerPtr& which) {
     return [&] {
       try {
@@ -367,9 +376,27 @@ TEST_F(HostileInCache, EveryPlaceDoesItsWorst) {
          cache->purge_Hades();
        }},
   };
-  const std::pair<std::vector<const char*>, std::vector<Deed>> groups[] = {
+  // With which the last pointers to data go.
+  const std::vector<Deed> ends = {
+      {"drop the data", [&] { makers[1]->data = nullptr; }},
+      {"drop the maker", [&] { makers[1] = nullptr; }},
+      {"purge", [&] { cache->purge(); }},
+      {"forget", [&] { cache->forget(data); }},
+      {"destroy the cache", [&] { cache = nullptr; }},
+      {"end a zombie",
+       [&] {
+         cache->insert_zombie(makers[1]->data);
+         makers[1]->data = nullptr;
+         cache->purge_Hades();
+       }},
+  };
+  const struct {
+    std::vector<const char*> places;
+    std::vector<Deed> operations, deeds;
+  } groups[] = {
       {{"memsize", "DomainType", "CreatorType", "release", "getCacheable", "isReproducible",
         "hasProducer", "limit", "totalCost", "handleOutOfMemory", "visit"},
+       operations,
        {throwing(),
         {"look",
          [&] {
@@ -391,6 +418,7 @@ TEST_F(HostileInCache, EveryPlaceDoesItsWorst) {
          },
          true}}},
       {{"release", "getCacheable", "handleOutOfMemory", "create", "visit"},
+       operations,
        {{"destroy the makers",
          [&] {
            quarry = nullptr;
@@ -399,17 +427,29 @@ TEST_F(HostileInCache, EveryPlaceDoesItsWorst) {
          }},
         {"destroy the cache", [&] { cache = nullptr; }},
         {"again", enable(makers[4])}}},
+      {{"catchMessage"},
+       operations,
+       joined(deeds, {{"destroy itself", [] { WorstCatcher::installed = nullptr; }},
+                      {"go", [] { VerboseCatcher::theCatcher = nullptr; }},
+                      {"give way", WorstCatcher::install}})},
+      // A hook must not throw, so it keeps away from the queue that asks; but not from all others.
+      {{"unction"},
+       ends,
+       joined({deeds.begin() + 1, deeds.end()},
+              {{"save", [&] { saved = makers[1] ? makers[1]->data : nullptr; }}})},
   };
-  testing::internal::CaptureStdout();
-  for (const auto& [places, changes] : groups)
-    for (const char* const where : places) {
+  for (const auto& group : groups)
+    for (const char* const where : group.places) {
       SCOPED_TRACE(where);
       place = where;
       visits = 0;
       doTheWorst(
-          operations, changes,
+          group.operations, group.deeds,
           [&] {
+            WorstCatcher::install(); // so that what is only said to listeners is worked out
             cache = new WorstCache(85, "cache");
+            for (const char name : {'a', 'b', 'c'})
+              EXPECT_TRUE(cache->insert(all.add(name, 1, name - 'a'), false));
             for (const char name : secondDomain)
               EXPECT_TRUE(cache->insert(all.add<1>(name, 5, name == 'p' ? 1 : 2), false));
             for (int i = 0; i < 5; ++i) {
@@ -427,95 +467,12 @@ TEST_F(HostileInCache, EveryPlaceDoesItsWorst) {
             const auto end = std::remove(std::begin(makers), std::end(makers), nullptr);
             check({std::begin(makers), end});
             std::fill(std::begin(makers), std::end(makers), nullptr);
+            VerboseCatcher::theCatcher = WorstCatcher::installed = nullptr;
+            saved = nullptr;
           });
       EXPECT_GT(visits, 0) << "never come to";
     }
-  const std::string said = testing::internal::GetCapturedStdout();
-  if (HasFailure())
-    std::puts(said.c_str());
   place.clear();
-}
-
-TEST_F(HostileInCache, CatchersAreCalledInTheMiddleOfEverything) {
-  struct Catcher : VerboseCatcher {
-    void catchMessage(int, const std::string&, const std::string&, const std::string&, int,
-                      char) override {
-      act(onEnd ? dropsItself : onCall);
-    }
-    Action dropsItself;
-  };
-  StrongPtr<Mortal<Catcher>, VerboseCatcher> catcher;
-  const auto install = [&] {
-    catcher = new Mortal<Catcher>;
-    catcher->dropsItself = [&] { catcher = nullptr; };
-    VerboseCatcher::theCatcher = catcher;
-  };
-  const std::vector<Deed> changes =
-      joined(deeds, {{"destroy itself", [&] { catcher = nullptr; }},
-                     {"go", [] { VerboseCatcher::theCatcher = nullptr; }},
-                     {"give way", install}});
-  doTheWorst(
-      {
-          {"insert", [&] { cache->insert(all['c'], false); }},
-          {"insert what is new", [&] { cache->insert(all.add<2, 2>('n', 3), false); }},
-          {"find no room", [&] { cache->insert(all.add('m', 1000), false); }},
-          {"touch", [&] { cache->touch(all['a']); }},
-          {"make room", [&] { adjust(30); }},
-          {"purge", [&] { cache->purge(); }},
-      },
-      changes,
-      [&] {
-        fillWithAnswers();
-        install();
-      },
-      [&] {
-        check();
-        VerboseCatcher::theCatcher = catcher = nullptr;
-      });
-}
-
-// A hook must not throw, so it keeps away from the queue that asks; but not from all others.
-TEST_F(HostileInCache, LastPointerHooksWorkInTheCache) {
-  struct Hooked : DataOf<0> {
-    using DataOf<0>::DataOf;
-    void unction() override { act(onCall); }
-  };
-  struct HookedMaker : MakerOf<0> {
-    void unction() override {
-      act(onCall);
-      if (data)
-        data->leaveQueue();
-    }
-  };
-  MakerPtr maker;
-  StrongPtr<Cacheable> saved;
-  const std::vector<Deed> changes = joined(
-      {deeds.begin() + 1, deeds.end()}, {{"save", [&] { saved = maker ? maker->data : nullptr; }}});
-  doTheWorst(
-      {
-          {"drop the data", [&] { maker->data = nullptr; }},
-          {"drop the maker", [&] { maker = nullptr; }},
-          {"purge", [&] { cache->purge(); }},
-          {"forget", [&] { cache->forget(typeid(Hooked)); }},
-          {"destroy", [&] { cache = nullptr; }},
-          {"zombie",
-           [&] {
-             cache->insert_zombie(maker->data);
-             maker->data = nullptr;
-             cache->purge_Hades();
-           }},
-      },
-      changes,
-      [&] {
-        fillWithAnswers();
-        maker = made(new HookedMaker, new Hooked(2));
-        EXPECT_TRUE(cache->insert(maker->data, false));
-      },
-      [&] {
-        check(maker ? std::vector<MakerPtr>{maker} : std::vector<MakerPtr>());
-        maker = nullptr;
-        saved = nullptr;
-      });
 }
 
 // Breakpoints are for the whole process, and decided upon once: this one runs itself again.
@@ -555,7 +512,9 @@ TEST_F(HostileInCache, CallbacksOfBreakpointsDoTheirWorst) {
       },
       changes,
       [&] {
-        fillWithAnswers();
+        fill();
+        all.maker('b').answer = 0;
+        all.maker('c').answer = 1;
         install();
       },
       [&] {

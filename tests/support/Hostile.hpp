@@ -67,6 +67,7 @@ struct Hostile : testing::Test {
   /// time it fills anew, checks what is left, and expects that in the end nothing is.
   static void doTheWorst(const std::vector<Deed>& operations, const std::vector<Deed>& deeds,
                          const Action& fill, const Action& check) {
+    testing::internal::CaptureStdout(); // of use only to find a failure
     for (const Deed& operation : operations)
       for (const Deed& deed : deeds)
         for (const bool atTheEnd : {false, true}) {
@@ -85,6 +86,9 @@ struct Hostile : testing::Test {
           check();
           EXPECT_TRUE(depth == 0 && alive == 0);
         }
+    const std::string said = testing::internal::GetCapturedStdout();
+    if (HasFailure())
+      std::puts(said.c_str());
   }
   const testsupport::Watchdog watchdog;
 };

@@ -334,12 +334,27 @@ struct WorstCatcher : VerboseCatcher {
   }
   static inline StrongPtr<WorstCatcher, VerboseCatcher> installed;
 };
+struct WorstCallback : AssertionCallback {
+  bool assertion(const std::string&, const StackFrames&) override { return at("assertion"), false; }
+  static void install() { registerCallback(std::make_shared<Mortal<WorstCallback>>()); }
+};
 
 } // namespace
 
 // Each place throws, looks at everything, or works in another domain, in the middle of everything;
 // or it destroys who is asked, or the cache. So do creators, data and catchers when they die.
 TEST_F(HostileInCache, EveryPlaceDoesItsWorst) {
+  // Breakpoints are for the whole process, and decided upon once: so this runs itself again.
+  const char* const variable = "TOLVANE_ENABLE_BREAKPOINTS";
+  if (!std::getenv(variable)) {
+    const ProbeResult run =
+        runProbe({"--gtest_filter=*EveryPlaceDoesItsWorst"},
+                 {.environment = {{variable, "1"}},
+                  .program = TOLVANE_TEST_HOST_DIR "/tolvane-hostile" TOLVANE_TEST_PROGRAM_SUFFIX});
+    EXPECT_EQ(run.exitCode, 0) << run.out << run.err;
+    EXPECT_NE(run.out.find("[  PASSED  ] 1 test"), std::string::npos) << run.out;
+    return;
+  }
   const std::type_info &maker = typeid(Mortal<WorstMaker>), &data = typeid(WorstData);
   MakerPtr makers[5]; // with all answers and in the cache, evicting others, and too large for it
   StrongPtr<WorstQuarry, Creature> quarry;
@@ -375,6 +390,18 @@ TEST_F(HostileInCache, EveryPlaceDoesItsWorst) {
          cache->insert_zombie(StrongPtr<Cacheable>(new Mortal<Data>(memsize_t{1})));
          cache->purge_Hades();
        }},
+  };
+  const std::vector<Deed> stops = {
+      {"breakpoint", [] { breakpoint("text"); }},
+      {"null pointer", [] { StrongPtr<Cacheable>()->memsize(); }, true},
+      {"make room",
+       [&] { // asks for a creator that is gone, while the queue is held
+         const StrongPtr<Cacheable> orphan = all['a'].lock();
+         all.drop('a');
+         const std::shared_ptr<void> last(nullptr, [&](void*) { orphan->leaveQueue(); });
+         adjust(85);
+       },
+       true},
   };
   // With which the last pointers to data go.
   const std::vector<Deed> ends = {
@@ -432,6 +459,11 @@ TEST_F(HostileInCache, EveryPlaceDoesItsWorst) {
        joined(deeds, {{"destroy itself", [] { WorstCatcher::installed = nullptr; }},
                       {"go", [] { VerboseCatcher::theCatcher = nullptr; }},
                       {"give way", WorstCatcher::install}})},
+      {{"assertion"},
+       stops,
+       joined(deeds, {{"go", [] { AssertionCallback::registerCallback(nullptr); }},
+                      {"give way", WorstCallback::install},
+                      {"again", [] { breakpoint("nested"); }}})},
       // A hook must not throw, so it keeps away from the queue that asks; but not from all others.
       {{"unction"},
        ends,
@@ -446,6 +478,7 @@ TEST_F(HostileInCache, EveryPlaceDoesItsWorst) {
       doTheWorst(
           group.operations, group.deeds,
           [&] {
+            WorstCallback::install();
             WorstCatcher::install(); // so that what is only said to listeners is worked out
             cache = new WorstCache(85, "cache");
             for (const char name : {'a', 'b', 'c'})
@@ -468,57 +501,10 @@ TEST_F(HostileInCache, EveryPlaceDoesItsWorst) {
             check({std::begin(makers), end});
             std::fill(std::begin(makers), std::end(makers), nullptr);
             VerboseCatcher::theCatcher = WorstCatcher::installed = nullptr;
+            AssertionCallback::registerCallback(nullptr);
             saved = nullptr;
           });
       EXPECT_GT(visits, 0) << "never come to";
     }
   place.clear();
-}
-
-// Breakpoints are for the whole process, and decided upon once: this one runs itself again.
-TEST_F(HostileInCache, CallbacksOfBreakpointsDoTheirWorst) {
-  const char* const variable = "TOLVANE_ENABLE_BREAKPOINTS";
-  if (!std::getenv(variable)) {
-    const ProbeResult run =
-        runProbe({"--gtest_filter=*CallbacksOfBreakpointsDoTheirWorst"},
-                 {.environment = {{variable, "1"}},
-                  .program = TOLVANE_TEST_HOST_DIR "/tolvane-hostile" TOLVANE_TEST_PROGRAM_SUFFIX});
-    EXPECT_EQ(run.exitCode, 0) << run.out << run.err;
-    EXPECT_NE(run.out.find("[  PASSED  ] 1 test"), std::string::npos) << run.out;
-    return;
-  }
-  struct Callback : AssertionCallback {
-    bool assertion(const std::string&, const StackFrames&) override { return act(onCall), false; }
-  };
-  const auto install = [] {
-    AssertionCallback::registerCallback(std::make_shared<Mortal<Callback>>());
-  };
-  const std::vector<Deed> changes =
-      joined(deeds, {{"go", [] { AssertionCallback::registerCallback(nullptr); }},
-                     {"give way", install},
-                     {"again", [] { breakpoint("nested"); }}});
-  doTheWorst(
-      {
-          {"breakpoint", [] { breakpoint("text"); }},
-          {"null pointer", [] { StrongPtr<Cacheable>()->memsize(); }, true},
-          {"make room",
-           [&] { // asks for a creator that is gone, while the queue is held
-             const StrongPtr<Cacheable> orphan = all['a'].lock();
-             all.drop('a');
-             const std::shared_ptr<void> last(nullptr, [&](void*) { orphan->leaveQueue(); });
-             adjust(30);
-           },
-           true},
-      },
-      changes,
-      [&] {
-        fill();
-        all.maker('b').answer = 0;
-        all.maker('c').answer = 1;
-        install();
-      },
-      [&] {
-        check();
-        AssertionCallback::registerCallback(nullptr);
-      });
 }

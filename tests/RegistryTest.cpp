@@ -30,7 +30,7 @@ struct A {};
 struct B {};
 struct C {};
 
-/// A loader that does what its name says, or `onRun`, and counts itself.
+/// A loader that does what its name says and counts itself.
 struct Scripted : LoaderBase {
   explicit Scripted(std::string loaderName = "-", Extensions extensions = {})
       : LoaderBase(std::move(extensions)), name(std::move(loaderName)) {
@@ -55,12 +55,11 @@ struct Scripted : LoaderBase {
       throw std::runtime_error("broken");
     if (name == "i") // loads another file through the same parameters, and so resets their text
       return LoaderRegistry<Key<9>>::load(given);
-    return onRun ? onRun() : name == "+";
+    return name == "+";
   }
   static inline int alive = 0;
   static inline std::string asked;
   std::string name;
-  std::function<bool()> onRun;
   const LoaderParameters* lastParameters = nullptr;
   ldrpar* lastSpecial = nullptr;
 };
@@ -223,24 +222,6 @@ TEST_F(LoaderRegistryTest, TellsWhoWasAskedAndWhyEachRefused) {
       EXPECT_EQ(progress->calls, c.calls);
       EXPECT_EQ(parameters.strongCount(), 1);
     }
-  }
-}
-
-TEST_F(LoaderRegistryTest, SurvivesLoadersThatChangeIt) {
-  // The first loader takes all out, itself included, and adds others.
-  const auto change = [] {
-    LoaderRegistry<Key<9>>::load(nullptr);
-    Base::forget(typeid(Domain));
-    append<3>();
-    append<4>();
-    return false;
-  };
-  for (const Parameters& parameters : {Parameters(), Parameters(new LoaderParameters({"f"}))}) {
-    const auto first = Base::loaders(typeid(Domain)).at(0);
-    StrongPtr<Scripted, LoaderBase>(first)->onRun = change;
-    EXPECT_FALSE(load(parameters));
-    EXPECT_EQ(Scripted::asked, "-") << "what is gone or new is not asked";
-    EXPECT_EQ(Base::loaders(typeid(Domain)).size(), 2u);
   }
 }
 

@@ -131,22 +131,23 @@ constexpr Rows Straight = {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0};
 std::string nifti(std::int16_t type, const Rows& rows = Straight, bool swapped = false) {
   const std::size_t size = type == 2 ? 1 : type == 4 ? 2 : type == 16 ? 4 : 8;
   std::string bytes(352 + 8 * size, '\0');
-  put(bytes, 0, std::int32_t{348}, swapped);
+  const auto set = [&](std::size_t at, auto value) { put(bytes, at, value, swapped); };
+  set(0, std::int32_t{348});
   for (std::size_t i = 0; i < 4; ++i)
-    put(bytes, 40 + 2 * i, static_cast<std::int16_t>(i == 0 ? 3 : 2), swapped);
-  put(bytes, 70, type, swapped);
-  put(bytes, 108, 352.0F, swapped);
-  put(bytes, 254, std::int16_t{1}, swapped);
+    set(40 + 2 * i, static_cast<std::int16_t>(i == 0 ? 3 : 2));
+  set(70, type);
+  set(108, 352.0F);
+  set(254, std::int16_t{1});
   for (std::size_t i = 0; i < 12; ++i)
-    put(bytes, 280 + 4 * i, rows[i], swapped);
+    set(280 + 4 * i, rows[i]);
   bytes.replace(344, 3, "n+1");
   for (std::size_t i = 0; i < 8; ++i) {
     const std::size_t at = 352 + i * size;
     const auto value = static_cast<std::int8_t>(i + 1);
-    type == 2    ? put(bytes, at, value, swapped)
-    : type == 4  ? put(bytes, at, std::int16_t{value}, swapped)
-    : type == 16 ? put(bytes, at, static_cast<float>(value), swapped)
-                 : put(bytes, at, static_cast<double>(value), swapped);
+    type == 2    ? set(at, value)
+    : type == 4  ? set(at, std::int16_t{value})
+    : type == 16 ? set(at, static_cast<float>(value))
+                 : set(at, static_cast<double>(value));
   }
   return bytes;
 }
@@ -409,12 +410,13 @@ TEST_F(FieldsHost, ShowsRealDataAsItIsKnown) {
     const auto [red, green, blue] = c;
     if (red == green && green == blue)
       return red == 150 ? "grey" : red > 150 ? "bright" : red == 0 ? "black" : "dark";
-    return red > blue + 60 ? "warm" : green > blue ? "green" : blue > red + 40 ? "blue" : "other";
+    return std::string(red > blue + 60 ? "warm " : "") + (green > blue ? "land " : "") +
+           (blue > red + 40 ? "blue" : "");
   };
   const std::vector<std::pair<std::string, std::vector<Place>>> cases = {
       // The map begins at Greenwich: Tibet, Brazil, the Pacific.
       {FIELDS_REAL_DATA "/etopo5.cdf",
-       {{.244, .32, "green"}, {.86, .56, "green"}, {.55, .5, "blue"}}},
+       {{.244, .32, "land"}, {.86, .56, "land"}, {.55, .5, "blue"}}},
       // This one at 20 E: Australia, the warm west of the Pacific, the cold south.
       {FIELDS_REAL_DATA "/ocean_atlas_subset.nc --time 7",
        {{.32, .64, "grey"}, {.36, .48, "warm"}, {.4, .81, "blue"}}},
@@ -425,7 +427,7 @@ TEST_F(FieldsHost, ShowsRealDataAsItIsKnown) {
     ASSERT_EQ(result.exitCode, 0) << result.err;
     const Image image(read("p.ppm"));
     for (const Place& place : places)
-      EXPECT_EQ(look(image.at(place.x, place.y)), place.looks)
+      EXPECT_NE(look(image.at(place.x, place.y)).find(place.looks), std::string::npos)
           << file << " at " << place.x << ", " << place.y;
   }
   const ProbeResult winds =

@@ -1,11 +1,9 @@
 // Loaders, savers, and what is handed to them, that do in each of their operations what none
 // should: the registries stay whole, and nothing is left behind.
 
-#include "support/Hostile.hpp"
+#include "support/HostileLoaders.hpp"
 
 #include <tolvane/LoaderProgress.hpp>
-#include <tolvane/LoaderRegistry.hpp>
-#include <tolvane/SaveRegistry.hpp>
 
 namespace {
 
@@ -17,24 +15,10 @@ using Parameters = StrongPtr<LoaderParameters>;
 using Creator = StrongPtr<SaveInterfaceCreatorBase>;
 using Names = std::list<std::string>;
 
-struct PlainLoader : LoaderBase {
-  bool isloadable(const Parameters&) override { return act(onCall), false; }
-  bool load(const Parameters& given, ldrpar*) override {
-    if (given)
-      given->setStatusText("refused");
-    return act(onCall), false;
-  }
-  StrongPtr<LoaderRequest> loadrequest(const Parameters&, ldrpar*) override {
-    return act(onCall), nullptr;
-  }
-};
 struct PlainProgress : LoaderProgress {
   bool tryLoader(const WeakPtr<LoaderBase>&, const std::type_info&, int, int) override {
     return act(onCall), true;
   }
-};
-struct PlainCreator : SaveInterfaceCreatorBase {
-  PlainCreator() : SaveInterfaceCreatorBase("name", "text") {}
 };
 struct Walk : Savers::Iterator, Savers {
   bool visitCreator(TypeInfo, Creator& creator) override {

@@ -226,11 +226,7 @@ TEST_F(CacheStress, ThreadsShareObjectsAndDomains) {
 
 // Objects that one thread lets go of while another looks at the oldest entries.
 TEST_F(CacheStress, CandidatesDieWhileTheyAreLookedAt) {
-  struct NoRoom : CacheBase {
-    using CacheBase::CacheBase;
-    memsize_t limit() const override { return 0; }
-    memsize_t totalCost(bool) const override { return 1; }
-  } const noRoom("no room");
+  const Cache noRoom(0, "no room");
   CacheQueue queue, temporaries, keepers;
   std::atomic<int> working{2};
   const MakerPtr maker = new Maker; // asked in one thread only, and answers 1 for all
@@ -238,7 +234,7 @@ TEST_F(CacheStress, CandidatesDieWhileTheyAreLookedAt) {
   LongRun run(3);
   inThreads(3, [&](int thread, std::mt19937& random) {
     while (thread == 2 && working > 0) {
-      queue.adjust(noRoom, 0, temporaries, keepers);
+      queue.adjust(noRoom, 1, temporaries, keepers);
       queue.oldest();
       temporaries.compute_memsize();
     }

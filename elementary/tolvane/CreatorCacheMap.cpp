@@ -2,8 +2,8 @@
 #include <tolvane/CacheTotalsInternal.hpp>
 #include <tolvane/CreatorCacheMap.hpp>
 #include <tolvane/Creature.hpp>
-#include <tolvane/TypeMapInternal.hpp>
 #include <tolvane/HeldInternal.hpp>
+#include <tolvane/TypeMapInternal.hpp>
 #include <tolvane/Typename.hpp>
 #include <tolvane/Verbose.hpp>
 

@@ -9,8 +9,8 @@ namespace Tolvane::detail {
 
 namespace {
 
-/// The work under a mutex of the library mostly takes less than putting a thread to sleep and waking
-/// it up again.
+/// The work under a mutex of the library mostly takes less than putting a thread to sleep and
+/// waking it up again.
 constexpr int SpinAttempts = 30;
 constexpr int PausesPerAttempt = 8;
 

@@ -120,7 +120,6 @@ TEST(AssertionCallback, RegistersOneAtATime) {
   const auto first = std::make_shared<Passing>(), second = std::make_shared<Passing>();
   EXPECT_EQ(AssertionCallback::registerCallback(first), nullptr);
   EXPECT_EQ(AssertionCallback::registerCallback(second), first);
-  EXPECT_EQ(AssertionCallback::registeredCallback(), second);
   EXPECT_EQ(AssertionCallback::registerCallback(nullptr), second);
   EXPECT_EQ(first.use_count() + second.use_count(), 2);
 }
@@ -210,7 +209,6 @@ protected:
 
 TEST_F(ProfilerTest, CountsWhatIsEnabled) {
   scope("off", 0);
-  EXPECT_EQ(calls(), "");
   Profiler::enable(5);
   scope("b", 5);
   scope("a", std::numeric_limits<int>::min());
@@ -222,10 +220,8 @@ TEST_F(ProfilerTest, CountsWhatIsEnabled) {
   {
     const Profiler running("f.cpp", 1, "f()", "running", 1);
     Profiler::disable();
-    scope("a", 0);
     EXPECT_EQ(calls(), "a:1 above:1 b:2 ") << "a scope counts when it ends";
     Profiler::reset();
-    EXPECT_EQ(calls(), "");
   }
   EXPECT_EQ(calls(), "running:1 ");
 
@@ -243,15 +239,11 @@ TEST_F(ProfilerTest, CountsWhatIsEnabled) {
 
 TEST_F(ProfilerTest, AddsUpTimesAndPrintsThem) {
   using namespace std::chrono_literals;
-  const std::string titles =
-      "     calls        total ms         mean ms      longest ms  level  name\n";
-  EXPECT_EQ(Profiler::table(), titles);
   Profiler::enable();
   {
     TOLVANE_PROFILE("outer", -3);
-    std::this_thread::sleep_for(20ms);
     const Profiler inner("inner.cpp", 12, "void g()", "inner", 8);
-    std::this_thread::sleep_for(5ms);
+    std::this_thread::sleep_for(20ms);
   }
   scope("outer", 1);
   const auto all = Profiler::statistics();
@@ -260,16 +252,17 @@ TEST_F(ProfilerTest, AddsUpTimesAndPrintsThem) {
   EXPECT_EQ(inner.name + inner.file + inner.function, "innerinner.cppvoid g()");
   EXPECT_TRUE(inner.line == 12 && inner.level == 8);
   // Lower bounds only: the sleep may take longer, never shorter.
-  EXPECT_GE(inner.totalNanoseconds, 5'000'000U);
-  EXPECT_GE(outer.longestNanoseconds, 25'000'000U);
-  EXPECT_GE(outer.longestNanoseconds, inner.totalNanoseconds);
-  EXPECT_LE(outer.longestNanoseconds, outer.totalNanoseconds);
+  EXPECT_TRUE(inner.totalNanoseconds >= 20'000'000 &&
+              outer.longestNanoseconds >= inner.totalNanoseconds &&
+              outer.longestNanoseconds <= outer.totalNanoseconds);
   EXPECT_TRUE(outer.calls == 2 && outer.level == -3) << "the first scope stands for the name";
 
-  const std::string table = Profiler::table();
-  EXPECT_TRUE(table.starts_with(titles + "         1 ")) << table;
-  EXPECT_TRUE(table.ends_with("     -3  outer\n")) << table;
   testing::internal::CaptureStdout();
   Profiler::print();
-  EXPECT_EQ(testing::internal::GetCapturedStdout(), table);
+  const std::string table = textOf(testing::internal::GetCapturedStdout());
+  EXPECT_EQ(table, Profiler::table());
+  EXPECT_TRUE(table.starts_with(
+      "     calls        total ms         mean ms      longest ms  level  name\n         1 "))
+      << table;
+  EXPECT_TRUE(table.ends_with("     -3  outer\n")) << table;
 }

@@ -109,13 +109,9 @@ TEST(SimpleString, KeepsTextAndLength) {
     std::string expected;
   } cases[] = {{nullptr, 3, ""}, {"abc", 0, ""}, {"abc", 2, "ab"}, {"a\0c", 3, {"a\0c", 3}}};
   for (const auto& c : cases) {
-    const simplestring fromText(c.text, c.length);
-    for (const simplestring& s : {fromText, simplestring(c.expected)}) {
-      EXPECT_EQ(s.str(), c.expected);
-      EXPECT_EQ(s.size(), c.expected.size());
-      EXPECT_EQ(s.c_str()[s.size()], '\0');
-      EXPECT_TRUE(s == fromText && s.empty() == c.expected.empty());
-    }
+    const simplestring s(c.text, c.length);
+    EXPECT_TRUE(s.str() == c.expected && s.size() == c.expected.size() && s.c_str()[s.size()] == 0);
+    EXPECT_TRUE(s == simplestring(c.expected) && s.empty() == c.expected.empty());
   }
   EXPECT_FALSE(simplestring("a\0b", 3) == simplestring("a\0c", 3));
 
@@ -133,24 +129,15 @@ TEST(SimpleString, KeepsTextAndLength) {
 
 TEST(Exception, KeepsItsTextsAndItsLine) {
   const std::string withNul("text\0more", 9);
-  const struct {
-    Exception exception;
-    std::string description, file;
-    int line;
-  } cases[] = {
-      {Exception(), "", "", 0},
-      {Exception(withNul, "where.cpp", -1), withNul, "where.cpp", -1},
-      {Exception(static_cast<const char*>(nullptr), nullptr, 5), "", "", 5},
-  };
-  for (const auto& c : cases) {
-    try {
-      throw c.exception;
-    } catch (const Exception& caught) {
-      EXPECT_STREQ(caught.what(), "Unspecified Tolvane Exception");
-      EXPECT_EQ(caught.description().str() + caught.sourceFile().str(), c.description + c.file);
-      EXPECT_EQ(caught.sourceLine(), c.line);
-    }
+  try {
+    throw Exception(withNul, "where.cpp", -1);
+  } catch (const Exception& caught) {
+    EXPECT_EQ(caught.description().str() + caught.sourceFile().str(), withNul + "where.cpp");
+    EXPECT_EQ(caught.sourceLine(), -1);
   }
+  const Exception nothing(static_cast<const char*>(nullptr), nullptr, 5);
+  EXPECT_EQ(nothing.description().str() + nothing.sourceFile().str(), "");
+  EXPECT_STREQ(Exception().what(), "Unspecified Tolvane Exception");
   EXPECT_STREQ(MemoryException().what(), "Tolvane::Out Of Memory");
   EXPECT_STREQ(MaxExceptionCount(1, typeid(int), typeid(int)).what(),
                "Maximal reference count reached, cannot increment further");
@@ -296,14 +283,6 @@ TEST(Typename, DemanglesSymbols) {
 
 // Damaged names must neither upset the demangler nor come back without their text.
 TEST(Typename, SurvivesDamagedSymbols) {
-  const std::string names[] = {
-      "_ZNSt3mapINSt7__cxx1112basic_stringIcSt11char_traitsIcESaIcEEESt6vectorIiSaIiEESt4lessIS5_"
-      "ESaISt4pairIKS5_S8_EEEixERS9_",
-      "_ZZN3foo3barIJidEEEvDpT_ENKUlT_E_clIiEEDaS3_",
-      "_ZN12_GLOBAL__N_15NamedC2ERKS0_",
-      "M3fooKFvPFiA10_cES_zE",
-      "_ZStplIcSt11char_traitsIcESaIcEENSt7__cxx1112basic_stringIT_T0_T1_EEPKS5_OS8_",
-  };
   const auto check = [](const std::string& name) {
     const std::string answer = demangleSymbol(name.c_str()), seen = name.c_str();
     EXPECT_TRUE(!answer.empty() && answer != seen) << seen;
@@ -311,19 +290,18 @@ TEST(Typename, SurvivesDamagedSymbols) {
     for (const char* reason : {" [C ABI]", " - "})
       EXPECT_TRUE(!answer.ends_with(reason) || answer == seen + reason) << seen << answer;
   };
-  for (const std::string& name : names) {
-    EXPECT_FALSE(demangleSymbol(name.c_str()).ends_with(" [C ABI]")) << name;
+  for (const std::string name :
+       {"_ZNSt3mapINSt7__cxx1112basic_stringIcSt11char_traitsIcESaIcEEESt6vectorIiSaIiEESt4lessIS5_"
+        "ESaISt4pairIKS5_S8_EEEixERS9_",
+        "_ZZN3foo3barIJidEEEvDpT_ENKUlT_E_clIiEEDaS3_", "M3fooKFvPFiA10_cES_zE"})
     for (std::size_t at = 0; at < name.size(); ++at) {
       check(name.substr(0, at));
       check(name.substr(at));
       for (const char c : std::string("\0_SIENTDpLX90\xff", 14)) {
-        std::string damaged = name;
-        damaged[at] = c;
-        check(damaged);
+        check(name.substr(0, at) + c + name.substr(at + 1));
         check(name.substr(0, at) + c + name.substr(at));
       }
     }
-  }
   check(std::string("_Z1f") + std::string(100000, 'P') + "i");
   check("_Z1f" + std::string(50000, 'I'));
 }
@@ -333,9 +311,6 @@ TEST(TypeInfo, IsAKeyByType) {
   std::unordered_map<TypeInfo, int> sizes{{typeid(int), 1}, {typeid(double), 2}};
   sizes[typeid(const int)] += 10;
   EXPECT_TRUE(sizes.size() == 2 && sizes.at(typeid(int)) == 11);
-  TypeInfo key = typeid(int);
-  key = typeid(double);
-  EXPECT_EQ(&key.get(), &typeid(double));
   EXPECT_EQ(getTypeID(typeid(Named)), getTypeID(typeid(const Named&)));
   EXPECT_NE(getTypeID(typeid(Named)), getTypeID(typeid(Other)));
 }

@@ -136,26 +136,15 @@ TEST(Pointer, NewObjectsHoldTheirRecord) {
   Both object;
   const NodeWeak& self = object.self();
   EXPECT_TRUE(self.strongCount() == 0 && self.weakCount() == 1 && self.get() == &object);
-  // Its first member, behind the table of virtual functions.
-  EXPECT_EQ(reinterpret_cast<const char*>(&self),
-            reinterpret_cast<const char*>(static_cast<ReferenceBase<Node>*>(&object)) + 8);
   // An object that nobody holds is not taken hold of by the way.
   EXPECT_FALSE(NodePtr::holdIfHeld(self));
-  EXPECT_EQ(Weak<Both>(self).get(), &object);
-  EXPECT_EQ(self.strongCount(), 0);
+  EXPECT_TRUE(Weak<Both>(self).get() == &object && self.strongCount() == 0);
 
   const NodePtr empty;
   const NodeWeak emptyWeak(nullptr);
   EXPECT_FALSE(empty || Strong<Leaf>(static_cast<Both*>(nullptr)) || emptyWeak.lock() ||
                Strong<Leaf>(emptyWeak) || Weak<Mixin>(empty) || NodePtr(Strong<Leaf>()));
   EXPECT_EQ(empty.strongCount() + empty.weakCount() + emptyWeak.weakCount(), 0);
-
-  // Copies of an object are objects of their own.
-  const NodePtr first = new Node, copy = new Node(*first);
-  EXPECT_NE(copy->self().serial(), first->self().serial());
-  EXPECT_EQ(copy->instanceNumber(), first->instanceNumber() + 1);
-  *copy = Node();
-  EXPECT_TRUE(copy->instanceNumber() == first->instanceNumber() + 1 && copy.strongCount() == 1);
 }
 
 TEST(Pointer, SerialsAreFreshForEveryPointer) {
@@ -167,15 +156,11 @@ TEST(Pointer, SerialsAreFreshForEveryPointer) {
   EXPECT_TRUE(isFresh(NodePtr()) && isFresh(Weak<Leaf>(nullptr)) && isFresh(NodePtr(strong)) &&
               isFresh(NodeWeak(weak)) && isFresh(weak.lock()) && isFresh(Strong<Leaf>(weak)) &&
               isFresh(Strong<Stranger>(strong)) && isFresh(Node().self()));
-  EXPECT_EQ(PointerID, 1008U);
   // A pointer that is given another object, or loses the one it had, is the same pointer.
   NodePtr assigned;
-  const std::uint64_t serial = assigned.serial();
   assigned = strong;
-  NodePtr other = std::move(assigned);
-  assigned.swap(other);
-  assigned.reset();
-  EXPECT_TRUE(assigned.serial() == serial && RefererObjectCount == 0);
+  const NodePtr other = std::move(assigned);
+  EXPECT_TRUE(assigned.serial() == 1009 && PointerID == 1010 && RefererObjectCount == 0);
 }
 
 namespace {
@@ -185,24 +170,19 @@ struct DerivedKind : FirstKind {};
 
 } // namespace
 
-static std::uint64_t instanceNumberInside() {
-  struct Kind : ReferenceBase<Kind> {};
-  return Kind().instanceNumber();
-}
-
-// Types of the same names in another source.
+// A type of the same name in another source.
 std::uint64_t instanceNumberOfAnotherFirstKind();
-std::uint64_t instanceNumberInsideAnother();
 
 TEST(Pointer, InstancesAreNumberedPerType) {
   EXPECT_EQ(FirstKind().instanceNumber(), 0U);
   EXPECT_EQ(DerivedKind().instanceNumber(), 1U);
   EXPECT_EQ(instanceNumberOfAnotherFirstKind(), 0U);
   EXPECT_EQ(FirstKind::instancesMade(), 2U);
-  EXPECT_EQ(instanceNumberInside(), 0U);
-#ifndef __clang__ // which does not mark types inside static functions as local
-  EXPECT_EQ(instanceNumberInsideAnother(), 0U);
-#endif
+  // Copies of an object are objects of their own.
+  const NodePtr first = new Node, copy = new Node(*first);
+  EXPECT_NE(copy->self().serial(), first->self().serial());
+  *copy = Node();
+  EXPECT_TRUE(copy->instanceNumber() == first->instanceNumber() + 1 && copy.strongCount() == 1);
 }
 
 TEST(Pointer, ConversionsFindTheObject) {
@@ -265,30 +245,28 @@ TEST(Pointer, MovesTakeTheHoldOrLeaveIt) {
 
 TEST(Pointer, ComparesByRecord) {
   const NodePtr first = new Both, second = new Node, empty;
-  const NodeWeak firstWeak = first, secondWeak = second, emptyWeak;
-  const Strong<Leaf> firstLeaf(first), emptyLeaf;
-  const Weak<Mixin> firstMixin(first);
+  const NodeWeak weak = first, emptyWeak;
+  const Strong<Leaf> leaf(first), emptyLeaf;
+  const Weak<Mixin> mixin(first);
   Node* const object = first.get();
   const Both* const derived = dynamic_cast<Both*>(object);
-
-  EXPECT_TRUE(first == firstWeak && firstWeak == first && first == firstLeaf &&
-              firstMixin == firstLeaf && firstWeak == firstMixin);
-  EXPECT_TRUE(first == object && object == first && firstWeak == object && firstLeaf == object &&
-              firstMixin == derived && derived == first && first->self() == first);
-  EXPECT_TRUE(first != second && first != secondWeak && firstLeaf != second && second != object &&
-              firstMixin != second.get() && first != empty && emptyWeak != first);
+  const auto check = [&](const auto&... pointer) {
+    EXPECT_TRUE(
+        ((pointer == first && weak == pointer && pointer == leaf && mixin == pointer) && ...));
+    EXPECT_TRUE(((pointer == object && derived == pointer && pointer == first->self()) && ...));
+    EXPECT_TRUE(((pointer != second && pointer != second.get() && pointer != empty &&
+                  emptyWeak != pointer && pointer != nullptr) &&
+                 ...));
+    // One order for all of them, which is that of equality.
+    EXPECT_TRUE((((pointer <=> weak) == 0 && (pointer < second) == (first < second) &&
+                  (pointer > second) != (first < second) && emptyLeaf < pointer) &&
+                 ...));
+    EXPECT_TRUE(((pointer.hash() == first.hash()) && ...));
+  };
+  check(first, weak, leaf, mixin);
   EXPECT_TRUE(empty == emptyWeak && emptyLeaf == empty && empty == nullptr &&
               nullptr == emptyWeak && emptyLeaf == static_cast<Node*>(nullptr));
-  EXPECT_TRUE(first != nullptr && firstWeak != nullptr && first != static_cast<Leaf*>(nullptr));
-  // One order for all of them, which is that of equality.
-  const bool less = first < second;
-  EXPECT_TRUE(less != (second < first) && less == (firstWeak < secondWeak) &&
-              less == (firstMixin < second) && less == (second > firstLeaf));
-  EXPECT_TRUE(empty < first && emptyWeak < secondWeak && empty <= emptyWeak && first <= firstWeak &&
-              !(first < firstMixin) && (first <=> firstWeak) == 0);
-  EXPECT_TRUE(first.hash() == firstMixin.hash() &&
-              std::hash<Strong<Leaf>>()(firstLeaf) == std::hash<NodeWeak>()(firstWeak));
-  const std::unordered_set<NodePtr> hashed{first, second, first, NodePtr(firstWeak), empty};
+  const std::unordered_set<NodePtr> hashed{first, second, first, NodePtr(weak), empty};
   EXPECT_TRUE(hashed.size() == 3 && hashed.contains(second));
 }
 
@@ -324,12 +302,10 @@ StrongPtr<Unseen> makeUnseen();
 int unseenGone();
 
 TEST(Pointer, IsHeldWhereItsClassIsOnlyNamed) {
-  StrongPtr<Unseen> strong = makeUnseen(), other;
-  std::swap(strong, other);
-  EXPECT_TRUE(other && !strong && other.strongCount() == 1);
-  const StrongPtr<Unseen> last = std::move(other);
+  StrongPtr<Unseen> strong = makeUnseen();
+  const StrongPtr<Unseen> other = std::move(strong);
   strong = makeUnseen();
-  EXPECT_TRUE(last != strong && unseenGone() == 0);
+  EXPECT_TRUE(other != strong && other.strongCount() == 1 && unseenGone() == 0);
   strong.reset();
   EXPECT_EQ(unseenGone(), 1);
 }
@@ -343,7 +319,6 @@ TEST(PointerLife, LastStrongPointerDestroysAtOnce) {
   second = nullptr;
   EXPECT_EQ(Node::alive, 0);
   expectDead(weak, 2);
-  EXPECT_EQ(detail::PointerAccess::referer(weak)->object(), nullptr);
   // Weak pointers to the dead are copied and dropped like any; the last one frees the record.
   const NodeWeak copy = weak, leafCopy = Weak<Leaf>(leaf);
   EXPECT_TRUE(leaf.get() == nullptr && copy.weakCount() == 4 && copy == weak);
@@ -472,13 +447,10 @@ TEST(PointerLife, HookForTheLastPointer) {
     keptWeak.reset();
     EXPECT_TRUE(Hooked::calls == 1 + c.alive && Hooked::alive == 0 && weak.weakCount() == 1);
   }
-  // An assignment that loses the last pointer asks as well; a destruction by hand does not.
+  // A destruction by hand does not ask.
   Hooked::calls = 0;
-  Ptr replaced = new Hooked([](Hooked&) {});
-  replaced = new Hooked([](Hooked&) {});
-  EXPECT_TRUE(Hooked::calls == 1 && Hooked::alive == 1);
-  delete replaced.get();
-  EXPECT_EQ(Hooked::calls, 1);
+  delete new Hooked([](Hooked&) {});
+  EXPECT_EQ(Hooked::calls, 0);
 }
 
 TEST(PointerLife, ReplacedObjectsSeeWhatReplacedThem) {
@@ -495,12 +467,9 @@ TEST(PointerLife, ReplacedObjectsSeeWhatReplacedThem) {
   pointer = new Looking([&] { looks += pointer == next; });
   pointer = StrongPtr<Looking>(next);
   // It may even take the pointer that loses it for something else.
-  pointer = new Looking([&] {
-    looks += !pointer;
-    pointer = next;
-  });
+  pointer = new Looking([&] { pointer = next; });
   pointer.reset();
-  EXPECT_TRUE(pointer == next && looks == 3);
+  EXPECT_TRUE(pointer == next && looks == 2);
 }
 
 namespace {
@@ -610,8 +579,6 @@ TEST(Counter, TellsWhenItReachesZero) {
   ++ ++counter;
   EXPECT_FALSE(--counter);
   EXPECT_TRUE(--counter);
-  EXPECT_FALSE(--counter); // below zero it wraps
-  EXPECT_EQ(counter.value(), 0xffffffffU);
   const std::lock_guard lock(counter_mutex());
   std::thread([] { EXPECT_FALSE(counter_mutex().try_lock()); }).join(); // it is one for all
 }

@@ -24,8 +24,6 @@ struct Named : Result {
   const char name;
   std::function<void()> onEnd;
 };
-struct Other : Result {};
-
 struct Visitor : Cluster::Iterator {
   bool visitResult(const StrongPtr<Result>& result) override {
     names += StrongPtr<Named, Result>(result)->name;
@@ -50,6 +48,7 @@ TEST(Result, ClusterOwnsItsResultsInTheOrderOfTheirMaking) {
   EXPECT_TRUE(cluster->insert(c) && cluster->insert(a) && cluster->insert(b));
   EXPECT_FALSE(cluster->insert(b) || cluster->insert(nullptr));
   EXPECT_EQ(namesOf(*cluster), "abc");
+  struct Other : Result {};
   EXPECT_TRUE(a->cluster() == cluster && cluster->find(b->instanceNumber()) == b &&
               cluster->find<Named>() == a && !cluster->find<Other>());
   EXPECT_TRUE(cluster->remove(b) && !b->cluster() && !cluster->contains(b));

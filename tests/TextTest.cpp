@@ -176,18 +176,13 @@ TEST(Lexicon, SlotsAndChildren) {
 TEST(Lexicon, WalksFromAPrefixAndStops) {
   Lexicon root;
   insert(root, "bc");
-  const struct {
-    std::string buffer;
-    unsigned depth;
-    Words words;
-  } cases[] = {{"longer", 0, {"b", "bc"}},
-               {"a", 1, {"ab", "abc"}},
-               {"axyz", 1, {"ab", "abc"}},
-               {"a", 2, {"a\0b"s, "a\0bc"s}}};
-  for (auto c : cases) {
+  // The text it begins with, and how much of that counts.
+  const std::tuple<std::string, unsigned, Words> cases[] = {
+      {"longer", 0, {"b", "bc"}}, {"axyz", 1, {"ab", "abc"}}, {"a", 2, {"a\0b"s, "a\0bc"s}}};
+  for (auto [buffer, depth, words] : cases) {
     Visitor visitor;
-    EXPECT_TRUE(root.iterate(c.buffer, c.depth, visitor));
-    EXPECT_EQ(visitor.words, c.words);
+    EXPECT_TRUE(root.iterate(buffer, depth, visitor));
+    EXPECT_EQ(visitor.words, words);
   }
   const auto scribble = [](std::string& word, Node&) { return word = "Xyz", true; };
   EXPECT_EQ(wordsOf(root, scribble), (Words{"b", "Xc"})) << "it goes on with what is left there";

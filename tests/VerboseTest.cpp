@@ -38,21 +38,20 @@ struct RecordingCatcher : VerboseCatcher {
   }
   void enterSection(const VerboseStream::Indentator* section, int level, const char* file, int line,
                     const char* function) override {
-    open.push_back(section);
+    open = section;
     events.push_back("enter " + std::to_string(level) + file + std::to_string(line) + function);
     if (onSection)
       onSection();
   }
   void leaveSection(const VerboseStream::Indentator* section, int level,
                     const char* file) override {
-    EXPECT_EQ(section, open.back());
-    open.pop_back();
+    EXPECT_EQ(section, open);
     events.push_back("leave " + std::to_string(level) + file);
   }
 
   std::vector<std::string> events, texts;
   std::function<void()> onMessage, onSection;
-  std::vector<const VerboseStream::Indentator*> open;
+  const VerboseStream::Indentator* open = nullptr;
 };
 
 // Installs a catcher for one test.

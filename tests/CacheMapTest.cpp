@@ -79,8 +79,9 @@ TEST(CacheMultiQueue, AZombieMayLeaveAnother) {
   all.drop('a');
   EXPECT_EQ(all.alive(), "ab");
   queues.purge_Hades();
+  EXPECT_TRUE(queues.push_front(all['b']));
   all.drop('b');
-  EXPECT_EQ(all.alive(), "b");
+  EXPECT_EQ(all.alive() + order(&queues), "bb|-|-");
   queues.purge_Hades();
   EXPECT_EQ(all.alive(), "");
 }

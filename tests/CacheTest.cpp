@@ -109,6 +109,19 @@ TEST(Cache, FilesWhatStandsInAnother) {
   EXPECT_EQ(cache->totalCost(true) + other->totalCost(true), 20u);
 }
 
+TEST(Cache, ZombiesGoBeforeAnInsertion) {
+  const CachePtr cache = new Cache(30, "cache");
+  Population all;
+  EXPECT_TRUE(cache->insert(all.add('k', 29), false));
+  const MakerPtr maker = made(new Maker, new Data(2));
+  const WeakPtr<Cacheable> last = maker->data;
+  cache->insert_zombie(last);
+  maker->data = nullptr;
+  EXPECT_FALSE(cache->insert(last, false)) << "a zombie of its own that goes first";
+  EXPECT_FALSE(last);
+  EXPECT_EQ(all.alive(), "k") << "nothing had to make room for it";
+}
+
 TEST(Cache, OutOfMemoryTexts) {
   const StrongPtr<Cacheable> object = new DataOf<1>(5);
   try {

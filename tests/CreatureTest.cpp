@@ -37,7 +37,8 @@ TEST(Creature, HasDataOnlyWhileTheyLive) {
   };
   Generous generous;
   EXPECT_TRUE(generous.hasData());
-  EXPECT_EQ(generous.release(), 0) << "unless a creature says more, its data stay";
+  EXPECT_FALSE(generous.release() || generous.isReproducible())
+      << "unless a creature says more, its data stay";
   EXPECT_STREQ(Creature::Exception("d", "f", 1).what(), "Unspecified Tolvane::Creature Exception");
 }
 

@@ -1,39 +1,31 @@
-#include <tolvane/Cache.hpp>
+#include "support/CacheFixtures.hpp"
+
 #include <tolvane/DataCreature.hpp>
 
-#include <functional>
-#include <gtest/gtest.h>
 #include <stdexcept>
 #include <system_error>
 
-using namespace Tolvane;
+using namespace cachetest;
 
 namespace {
 
-using CachePtr = StrongPtr<Cache, CacheBase>;
-using WeakCachePtr = WeakPtr<Cache, CacheBase>;
-
 /// A hundred bytes that count themselves.
-class Tile : public Cacheable {
-public:
-  explicit Tile(int& alive) : alive_(alive) { ++alive_; }
-  ~Tile() override { --alive_; }
-  memsize_t memsize() const override { return 100; }
+struct Tile : Data {
+  explicit Tile(int& alive) : Data(100) {
+    ++alive;
+    onDeath = [&alive] { --alive; };
+  }
   void DeferredConstructor() override { ++completed; }
   void unction() override {
     if (savedBy)
       *savedBy = self().lock();
   }
-
   int completed = 0;
   StrongPtr<Cacheable>* savedBy = nullptr;
-
-private:
-  int& alive_;
 };
 
 template <template <class, class> class Hold>
-struct Maker : DataCreature<Tile, Hold> {
+struct TileMaker : DataCreature<Tile, Hold> {
   using Pointer = typename DataCreature<Tile, Hold>::Pointer;
   using DataCreature<Tile, Hold>::DataCreature;
   bool isReproducible() const override { return reproducible; }
@@ -41,11 +33,11 @@ struct Maker : DataCreature<Tile, Hold> {
 
   bool reproducible = true;
   int alive = 0;
-  std::function<Pointer(Maker&)> make;
+  std::function<Pointer(TileMaker&)> make;
 };
 
-using Strong = Maker<StrongPtr>;
-using Weak = Maker<WeakPtr>;
+using Strong = TileMaker<StrongPtr>;
+using Weak = TileMaker<WeakPtr>;
 using StrongMaker = StrongPtr<Strong, Creature>;
 using WeakMaker = StrongPtr<Weak, Creature>;
 

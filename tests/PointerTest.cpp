@@ -1,3 +1,4 @@
+#include <tolvane/Counter.hpp>
 #include <tolvane/SpeakPtr.hpp>
 #include <tolvane/StrongPtr.hpp>
 
@@ -176,26 +177,40 @@ TEST(Pointer, InstancesAreNumberedPerType) {
   EXPECT_TRUE(copy->instanceNumber() == first->instanceNumber() + 1 && copy.strongCount() == 1);
 }
 
-TEST(Pointer, ConversionsFindTheObject) {
+TEST(Pointer, EveryKindFindsTheObjectAndComparesByItsRecord) {
   Both* const object = new Both;
-  const NodePtr node = object;
+  const NodePtr node = object, second = new Node, empty;
+  const NodeWeak weak = node, emptyWeak;
+  const Strong<Leaf> leaf(node), emptyLeaf;
   const Strong<Mixin> mixin(node);
   EXPECT_NE(static_cast<const void*>(mixin.get()), static_cast<const void*>(node.get()));
   EXPECT_EQ(mixin->tag, 2);
-  // From each to each, strong and weak.
-  const auto check = [&](const auto&... pointer) {
-    EXPECT_TRUE(((NodePtr(pointer).get() == object) && ...));
-    EXPECT_TRUE(((NodeWeak(pointer).get() == object) && ...));
-    EXPECT_TRUE(((Strong<Leaf>(pointer).get() == object) && ...));
-    EXPECT_TRUE(((Strong<Mixin>(pointer).get() == object) && ...));
-    EXPECT_TRUE(((Weak<Both>(pointer).lock().get() == object) && ...));
-    EXPECT_TRUE(((StrongPtr<const Node>(pointer).get() == object) && ...));
-    EXPECT_TRUE(((Weak<const Mixin>(pointer).lock().get() == object) && ...));
-    EXPECT_FALSE(((Strong<Stranger>(pointer) || Weak<Stranger>(pointer)) || ...));
+  const auto check = [&](const auto& pointer) {
+    // To each kind, strong and weak.
+    EXPECT_TRUE(NodePtr(pointer).get() == object && NodeWeak(pointer).get() == object &&
+                Strong<Leaf>(pointer).get() == object && Strong<Mixin>(pointer).get() == object &&
+                Weak<Both>(pointer).lock().get() == object &&
+                StrongPtr<const Node>(pointer).get() == object &&
+                Weak<const Mixin>(pointer).lock().get() == object);
+    EXPECT_FALSE(Strong<Stranger>(pointer) || Weak<Stranger>(pointer));
+    EXPECT_TRUE(pointer == node && weak == pointer && pointer == leaf && mixin == pointer &&
+                pointer == static_cast<Leaf*>(object) && object == pointer &&
+                pointer == node->self());
+    EXPECT_TRUE(pointer != second && pointer != second.get() && pointer != empty &&
+                emptyWeak != pointer && pointer != nullptr);
+    // One order for all of them, which is that of equality.
+    EXPECT_TRUE((pointer <=> weak) == 0 && (pointer < second) == (node < second) &&
+                (pointer > second) != (node < second) && emptyLeaf < pointer &&
+                pointer.hash() == node.hash());
   };
-  check(node, mixin, Strong<Leaf>(node), Strong<Both>(mixin), NodeWeak(node), Weak<Leaf>(node),
-        Weak<Mixin>(node), Weak<Both>(mixin));
-  EXPECT_EQ(node.strongCount(), 2);
+  const auto checkAll = [&](const auto&... pointer) { (check(pointer), ...); };
+  checkAll(node, mixin, leaf, Strong<Both>(mixin), weak, Weak<Leaf>(node), Weak<Mixin>(node),
+           Weak<Both>(mixin));
+  EXPECT_EQ(node.strongCount(), 3);
+  EXPECT_TRUE(empty == emptyWeak && emptyLeaf == empty && empty == nullptr &&
+              nullptr == emptyWeak && emptyLeaf == static_cast<Node*>(nullptr));
+  const std::unordered_set<NodePtr> hashed{node, second, node, NodePtr(weak), empty};
+  EXPECT_TRUE(hashed.size() == 3 && hashed.contains(second));
 
   // Through a virtual base, where only the dynamic cast knows the way.
   const NodePtr diamond = new Diamond;
@@ -232,33 +247,6 @@ TEST(Pointer, MovesTakeTheHoldOrLeaveIt) {
   for (; head; head = std::move(head->next))
     ++seen;
   EXPECT_EQ(seen, length);
-}
-
-TEST(Pointer, ComparesByRecord) {
-  const NodePtr first = new Both, second = new Node, empty;
-  const NodeWeak weak = first, emptyWeak;
-  const Strong<Leaf> leaf(first), emptyLeaf;
-  const Weak<Mixin> mixin(first);
-  Node* const object = first.get();
-  const Both* const derived = dynamic_cast<Both*>(object);
-  const auto check = [&](const auto&... pointer) {
-    EXPECT_TRUE(
-        ((pointer == first && weak == pointer && pointer == leaf && mixin == pointer) && ...));
-    EXPECT_TRUE(((pointer == object && derived == pointer && pointer == first->self()) && ...));
-    EXPECT_TRUE(((pointer != second && pointer != second.get() && pointer != empty &&
-                  emptyWeak != pointer && pointer != nullptr) &&
-                 ...));
-    // One order for all of them, which is that of equality.
-    EXPECT_TRUE((((pointer <=> weak) == 0 && (pointer < second) == (first < second) &&
-                  (pointer > second) != (first < second) && emptyLeaf < pointer) &&
-                 ...));
-    EXPECT_TRUE(((pointer.hash() == first.hash()) && ...));
-  };
-  check(first, weak, leaf, mixin);
-  EXPECT_TRUE(empty == emptyWeak && emptyLeaf == empty && empty == nullptr &&
-              nullptr == emptyWeak && emptyLeaf == static_cast<Node*>(nullptr));
-  const std::unordered_set<NodePtr> hashed{first, second, first, NodePtr(weak), empty};
-  EXPECT_TRUE(hashed.size() == 3 && hashed.contains(second));
 }
 
 // All its objects come to lie at one address.
@@ -375,26 +363,20 @@ TEST(PointerLife, HookForTheLastPointer) {
   using Ptr = StrongPtr<Hooked>;
   static Ptr kept;
   static WeakPtr<Hooked> keptWeak;
-#define CASE(alive, weak, ...)                                                                     \
-  {                                                                                                \
-    alive, weak, #__VA_ARGS__, [](Hooked& o) { __VA_ARGS__; }                                      \
-  }
   const struct {
     int alive; // after the first release
     int weak;  // the count then, with the test's own pointer
-    const char* what;
     std::function<void(Hooked&)> hook;
   } cases[] = {
-    CASE(0, 1, static_cast<void>(o)),
-    CASE(0, 1, o.self().lock().reset()),
-    CASE(0, 2, keptWeak = &o),
-    CASE(1, 3, kept = &o; Ptr(kept).reset()),
-    CASE(0, 1, kept = &o; kept.reset()),
-    CASE(0, 1, delete &o), // by hand
+      {0, 1, [](Hooked&) {}},
+      {0, 1, [](Hooked& object) { object.self().lock().reset(); }},
+      {0, 2, [](Hooked& object) { keptWeak = &object; }},
+      {1, 3, [](Hooked& object) { kept = &object, Ptr(kept).reset(); }},
+      {0, 1, [](Hooked& object) { kept = &object, kept.reset(); }},
+      {0, 1, [](Hooked& object) { delete &object; }}, // by hand
   };
-#undef CASE
   for (const auto& c : cases) {
-    SCOPED_TRACE(c.what);
+    SCOPED_TRACE(&c - cases);
     Hooked::calls = 0;
     bool asked = false;
     // Only the first time; the hook is called again when the object was taken back.
@@ -522,6 +504,15 @@ TEST(PointerLife, HoldThatNobodyCountedIsReported) {
       "] - weakptr destructed with no strong and no weak references!!!\n"));
   EXPECT_EQ(record->counts().strong, 1);
   record->setCounts({1, 2});
+}
+
+TEST(Counter, TellsWhenItReachesZero) {
+  Counter counter;
+  ++ ++counter;
+  EXPECT_FALSE(--counter);
+  EXPECT_TRUE(--counter && counter.value() == 0);
+  const std::lock_guard lock(counter_mutex());
+  std::thread([] { EXPECT_FALSE(counter_mutex().try_lock()); }).join(); // it is one for all
 }
 
 } // namespace

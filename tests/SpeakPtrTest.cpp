@@ -219,7 +219,7 @@ TEST(SpeakPtr, SilentEventsAskForTheName) {
         std::pair("speak DestructionCancelled 1", "int32_t\n"),
         std::pair("speak DestructionAssertion 0", "int32_t\n"),
         std::pair("speak DynPtrInvalid 0", "int32_t\n"),
-        std::pair("point copy-dead-strong", "int32_t\n")})
+        std::pair("point copy-dead-strong", "int32_t\n"), std::pair("push_brick", "int32_t\n")})
     EXPECT_EQ(outputOf(silent + std::string(" -- type_names int")), name) << silent;
 }
 

@@ -30,12 +30,14 @@ TEST(StreamString, Encoders) {
       {StreamString::encodeCtrlChar(""), "\2\3"},
       {StreamString::encodeCtrlChar("a\3\0b"s), "\2a\3\0b\3"s},
       {StreamString::encodeIdentifier("", specials), "\"\""},
+      {StreamString::encodeIdentifier("ab", specials), "ab"},
       {StreamString::encodeIdentifier("a b", specials), "\"a b\""},
       {StreamString::encodeIdentifier("a\nb", specials), "\2a\nb\3"},
       {StreamString::encodeIdentifier("a\tb", "b"), "\2a\tb\3"},
       {StreamString::encodeEscaped("a-b c,d.e"),
        "a\x10_b\x10\x10"s + "c\x10\x11"s + "d\x10\x12"s + "e"},
       {StreamString::encodeEscaped("x>(=)"), "x____"},
+      {StreamString::encodeEscaped("abcdefghijk-"), "abcdefghijk\x10_"},
       {StreamString::decodeEscaped("\x10_\x10\x10\x10\x11\x10\x12\x10\x11_\x10"), "- ,.,_\x10"}};
   for (const auto& [got, expected] : cases)
     EXPECT_EQ(got, expected);
@@ -57,6 +59,8 @@ TEST(StreamString, TokensAndLinesAreThoseOfTheRules) {
                {"\2a\2b\3c\3\3", "a\2b\3c", 7},
                {"\2\x10_\3", "-", 4, true},
                {"[a[b]c]d", "a[b]c", 7},
+               {"(a(b)c)d", "a(b)c", 7},
+               {"{a{b}c}d", "a{b}c", 7},
                {"xa<b>>c", "a<b>", 6, false, '<'},
                {"\5\2\0\0\0\x10_x"s, "\x10_", 7, true},
                {"\5\2\0\0\0abx"s, "ab", 7, false, '<'},
@@ -74,10 +78,11 @@ TEST(StreamString, TokensAndLinesAreThoseOfTheRules) {
   // Any text, read in any way, as the fuzz targets do more widely.
   const std::string all = "a\r\n\t \x10_b\0[c\n\v]\xff \n"s;
   for (const Kind kind : {Kind::Byte, Kind::Line, Kind::Blanks, Kind::Token})
-    for (rules::Cursor in(all); !in.atEnd();)
-      ASSERT_TRUE(rules::reads(in, kind, ENQ, '\0', specials, true) &&
-                  rules::reads(in, Kind::Byte, ENQ, '\0', specials, true))
-          << in.position();
+    for (const std::string& ends : {specials, "b\xff"s, ""s})
+      for (rules::Cursor in(all); !in.atEnd();)
+        ASSERT_TRUE(rules::reads(in, kind, ENQ, '\0', ends, true) &&
+                    rules::reads(in, Kind::Byte, ENQ, '\0', ends, true))
+            << in.position();
   const std::size_t depth = 1000000; // needs no stack
   input_string deep(std::string(depth, '[') + std::string(depth - 1, ']'));
   EXPECT_EQ(StreamString::decodeIdentifier(deep, ENQ, 0, "", false).second.size(), 2 * depth - 2);

@@ -398,6 +398,10 @@ TEST_F(VerboseCatching, CatcherMayDieAndBeReplaced) {
     message(level) << "m";
     return textOf(testing::internal::GetCapturedStderr());
   };
+  const StrongPtr<VerboseCatcher> strong = VerboseCatcher::theCatcher;
+  const WeakPtr<VerboseCatcher> weak = VerboseCatcher::theCatcher;
+  EXPECT_TRUE(VerboseCatcher::theCatcher && strong.get() == catcher.get() && weak == strong);
+
   StrongPtr<RecordingCatcher, VerboseCatcher> dying = new RecordingCatcher;
   // The call holds its catcher, also when the last other pointer goes meanwhile.
   const WeakPtr<RecordingCatcher, VerboseCatcher> watched = dying;

@@ -127,11 +127,18 @@ TEST(Intercube, MakesInterfacesForEmptySlotsOnly) {
 
   // A dead interface is none; where nobody makes any, the slot stays as it is.
   maker.makes = false;
-  auto* item = new Item(key(1));
-  maker.addInterface(item);
-  delete item;
-  EXPECT_FALSE(maker.findInterface(key(1)) || maker.getInterface(key(1)));
-  EXPECT_TRUE(maker.iterateInterfaces(nullptr) && maker.hasInterface(key(1)));
+  maker.clearInterfaces();
+  Intercube plain;
+  for (const auto& [cube, count] :
+       {std::pair<Intercube*, int>(&plain, -111), std::pair<Intercube*, int>(&maker, 0)}) {
+    auto* item = new Item(key(0));
+    cube->addInterface(item);
+    delete item;
+    EXPECT_FALSE(cube->findInterface(key(0)) || cube->getInterface(key(0)));
+    EXPECT_TRUE(cube->iterateInterfaces(nullptr));
+    Visitor visitor([expected = count](Slot& slot) { return slot.strongCount() == expected; });
+    EXPECT_EQ(cube->iterateInterfaces(visitor), 1);
+  }
 }
 
 TEST(Intercube, WalksSlotsAndInterfaces) {

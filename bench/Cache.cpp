@@ -227,9 +227,9 @@ private:
     const Lock own(node.mutex);
     return Held<Creature>(node.creator);
   }
-  WeakPtr<Cacheable> oldest() {
+  Held<Cacheable> oldest() {
     const Lock ring(anchor_.mutex);
-    return anchor_.next->self();
+    return Held<Cacheable>(anchor_.next->self());
   }
   void remove(Node& node) {
     const Lock own(node.mutex);
@@ -240,10 +240,10 @@ private:
     total_.fetch_sub(bench::Charge, std::memory_order_relaxed);
   }
   void evict() {
-    const auto alive = StrongPtr<CacheBase>::holdIfHeld(cache_->self());
+    const Held<CacheBase> alive(cache_->self());
     const Lock queue(mutex_);
-    const WeakPtr<Cacheable> candidate = oldest();
-    Held<Cacheable> held(candidate);
+    Held<Cacheable> held = oldest();
+    const WeakPtr<Cacheable> candidate = held->self();
     const Held<Creature> creator = creatorOf(static_cast<Node&>(*held));
     held = {};
     creator->release();

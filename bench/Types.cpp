@@ -5,7 +5,6 @@
 #include <tolvane/Typename.hpp>
 
 #include <map>
-#include <mutex>
 
 namespace bench {
 namespace {
@@ -52,23 +51,16 @@ void addName(const std::string& length, const std::type_info& type, const std::s
       benchmark::DoNotOptimize(Typename(type));
     }
   });
-  for (const bool locks : {false, true}) {
-    add("name of a type/" + length + (locks ? "/floor, with a mutex" : "/std::unordered_map, copy"),
-        [&type, name, locks](benchmark::State& state) {
-          std::mutex mutex;
-          std::unordered_map<std::type_index, std::string> names{{type, name}};
-          for (const std::type_info* other : someTypes()) {
-            names.emplace(*other, "other");
-          }
-          for (auto _ : state) {
-            std::unique_lock lock(mutex, std::defer_lock);
-            if (locks) {
-              lock.lock();
-            }
-            benchmark::DoNotOptimize(std::string(names.find(type)->second));
-          }
-        });
-  }
+  add("name of a type/" + length + "/std::unordered_map, copy",
+      [&type, name](benchmark::State& state) {
+        std::unordered_map<std::type_index, std::string> names{{type, name}};
+        for (const std::type_info* other : someTypes()) {
+          names.emplace(*other, "other");
+        }
+        for (auto _ : state) {
+          benchmark::DoNotOptimize(std::string(names.find(type)->second));
+        }
+      });
 }
 
 [[maybe_unused]] const bool added = [] {

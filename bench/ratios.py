@@ -72,7 +72,6 @@ def goals():
         yield from one(f"message shown/{threads} threads", "floor, one write", 0)
     for length in ("short", "long"):
         yield from one(f"name of a type/{length}", "std::unordered_map, copy", 1)
-        yield from one(f"name of a type/{length}", "floor, with a mutex", 1.3)
     for slots in (8, 64):
         yield from one(f"slot by type/{slots}", "std::unordered_map", 1)
         yield from one(f"slot by type/{slots}", "absl::flat_hash_map", 0)

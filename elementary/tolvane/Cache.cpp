@@ -84,9 +84,9 @@ bool Cache::handleOutOfMemory(const StrongPtr<Cacheable>& object,
 }
 
 bool Cache::insert(const WeakPtr<Cacheable>& object, bool asOldest) {
-  StrongPtr<CacheBase> alive; // from the moment on in which something may let go of the cache
+  detail::Held<CacheBase> alive; // from the moment on in which something may let go of the cache
   if (detail::verboseThreshold.load(std::memory_order_relaxed) >= 100) {
-    alive = StrongPtr<CacheBase>::holdIfHeld(self()); // a catcher may
+    alive = detail::Held<CacheBase>(self()); // a catcher may
   }
   Applicant applicant;
   if (!applicant.hold(object)) {
@@ -107,7 +107,7 @@ bool Cache::insert(const WeakPtr<Cacheable>& object, bool asOldest) {
     }
   }
   if (objects_.hasZombies() || !fits(applicant.cost)) {
-    alive = StrongPtr<CacheBase>::holdIfHeld(self());
+    alive = detail::Held<CacheBase>(self());
     // Others decide now what becomes of this object, too, as if nobody asked for it.
     applicant.object = {};
     if (objects_.hasZombies()) {
@@ -118,7 +118,7 @@ bool Cache::insert(const WeakPtr<Cacheable>& object, bool asOldest) {
       }
       applicant.object = {};
     }
-    if (!adjust(*applicant.creatorDomain, *applicant.domain, applicant.cost)) {
+    if (!makeRoom(*applicant.creatorDomain, *applicant.domain, applicant.cost)) {
       return refuse(applicant.cost, *applicant.creatorDomain, *applicant.domain);
     }
     applicant.object = detail::Held<Cacheable>(object);
@@ -151,7 +151,7 @@ void Cache::insert_zombie(const WeakPtr<Cacheable>& object) {
 }
 
 void Cache::purge_Hades() {
-  const auto alive = StrongPtr<CacheBase>::holdIfHeld(self());
+  const detail::Held<CacheBase> alive(self());
   objects_.purge_Hades();
 }
 
@@ -159,12 +159,12 @@ bool Cache::touch(const WeakPtr<Cacheable>& object) {
   if (objects_.touchAtOnce(object)) {
     return true;
   }
-  const auto alive = StrongPtr<CacheBase>::holdIfHeld(self());
+  const detail::Held<CacheBase> alive(self());
   return objects_.touch(object);
 }
 
 memsize_t Cache::purge() {
-  const auto alive = StrongPtr<CacheBase>::holdIfHeld(self());
+  const detail::Held<CacheBase> alive(self());
   return objects_.purge();
 }
 
@@ -176,6 +176,13 @@ bool Cache::fits(memsize_t cost) const {
 
 bool Cache::adjust(const std::type_info& creatorType, const std::type_info& domainType,
                    memsize_t newCost) {
+  const detail::Held<CacheBase> alive(self());
+  return makeRoom(creatorType, domainType, newCost);
+}
+
+/// Needs a hold on the cache.
+bool Cache::makeRoom(const std::type_info& creatorType, const std::type_info& domainType,
+                     memsize_t newCost) {
   if (fits(newCost)) {
     return true;
   }
@@ -184,7 +191,6 @@ bool Cache::adjust(const std::type_info& creatorType, const std::type_info& doma
                 limit(), newCost);
     std::fflush(stdout);
   }
-  const auto alive = StrongPtr<CacheBase>::holdIfHeld(self());
   return objects_.adjust(creatorType, domainType, *this, newCost);
 }
 
@@ -222,7 +228,7 @@ void Cache::list_info(const std::type_info& creatorType, const std::type_info& d
 }
 
 memsize_t Cache::forget(const std::type_info& type) {
-  const auto alive = StrongPtr<CacheBase>::holdIfHeld(self());
+  const detail::Held<CacheBase> alive(self());
   return objects_.forget(type);
 }
 

@@ -2,8 +2,8 @@
 #include <tolvane/CacheMap.hpp>
 #include <tolvane/CacheTotalsInternal.hpp>
 #include <tolvane/Creature.hpp>
-#include <tolvane/DomainMapInternal.hpp>
 #include <tolvane/HeldInternal.hpp>
+#include <tolvane/TypeMapInternal.hpp>
 #include <tolvane/Typename.hpp>
 #include <tolvane/Verbose.hpp>
 
@@ -26,7 +26,7 @@ memsize_t purgeAndClose(CacheMultiQueue& queues) {
 
 } // namespace
 
-struct CacheMap::Domains : detail::DomainMap<CacheMultiQueue> {};
+struct CacheMap::Domains : detail::TypeMap<CacheMultiQueue> {};
 
 CacheMap::CacheMap() : CacheMap(std::make_shared<detail::CacheTotals>()) {}
 

@@ -14,6 +14,7 @@
 #include <cstdio>
 #include <exception>
 #include <limits>
+#include <optional>
 #include <system_error>
 #include <thread>
 #include <unordered_set>
@@ -357,6 +358,16 @@ WeakPtr<Cacheable> CacheQueue::oldest() const {
   return entry != this ? entry->self() : WeakPtr<Cacheable>();
 }
 
+/// Holds the oldest entry, unless that dies in this moment. Returns whether there is one.
+bool CacheQueue::holdOldest(detail::Held<Cacheable>& held) const noexcept {
+  const std::lock_guard ring(mutex_);
+  const Cacheable* const entry = firstAlive();
+  if (entry != this) {
+    held = detail::Held<Cacheable>(entry->self());
+  }
+  return entry != this;
+}
+
 bool CacheQueue::heldByThisThread() const noexcept {
   return Lock::heldByThisThread(*this);
 }
@@ -473,8 +484,8 @@ private:
   /// while the creator decides.
   struct Candidate {
     WeakPtr<Cacheable> object;
-    WeakPtr<Creature> maker;
     detail::Held<Creature> creator;
+    std::optional<WeakPtr<Creature>> maker; // where that is not alive
     memsize_t size;
     std::string name;
     const std::type_info* domain;
@@ -546,14 +557,14 @@ bool CacheQueue::Eviction::run() {
 /// Looks at the oldest entry. Returns false when there is none.
 bool CacheQueue::Eviction::look(Candidate& candidate) const {
   for (;;) {
-    candidate.object = queue_.oldest();
-    if (candidate.object == WeakPtr<Cacheable>()) {
+    detail::Held<Cacheable> held;
+    if (!queue_.holdOldest(held)) {
       return false;
     }
-    const detail::Held<Cacheable> held(candidate.object);
     if (!held) {
       continue;
     }
+    candidate.object = held->self();
     candidate.size = held->memsize();
     candidate.domain = &held->DomainType();
     const std::lock_guard own(held->mutex_);
@@ -572,7 +583,7 @@ bool CacheQueue::Eviction::canBeAsked(const Candidate& candidate) {
     return true;
   }
   // In this order: a creator that is gone by now has taken its data along.
-  const bool underDestruction = destructing(candidate.maker);
+  const bool underDestruction = destructing(*candidate.maker);
   if (!queue_.isAlreadyIncluded(candidate.object)) {
     return false;
   }
@@ -586,7 +597,7 @@ bool CacheQueue::Eviction::canBeAsked(const Candidate& candidate) {
 void CacheQueue::Eviction::ask(const Candidate& candidate) {
   const std::uint32_t entriesBefore = queue_.nEntries();
   // Without a live creator the access to the entry's own pointer reports and throws.
-  Creature& creator = candidate.creator ? *candidate.creator : *candidate.maker;
+  Creature& creator = candidate.creator ? *candidate.creator : **candidate.maker;
   int answer = 0;
   {
     const Profiler releaseProfiler(EvictionFile, 454, EvictionFunction,

@@ -136,13 +136,15 @@ bool Cacheable::refreshAtOnce(const detail::CacheTotals* cache) noexcept {
       CacheQueue::Lock::anyHeldByThisThread()) {
     return false;
   }
+  // The object and its neighbours come from memory while the locks are taken. A neighbour may be
+  // another one by then, or be gone: this only asks for it.
+  __builtin_prefetch(&mutex_, 1);
+  __builtin_prefetch(&next_.get()->prev_, 1);
+  __builtin_prefetch(&prev_.get()->next_, 1);
   const std::unique_lock own(mutex_, std::try_to_lock);
   if (!own || queue_ == nullptr || predestructed_) {
     return false;
   }
-  // The neighbours come from memory meanwhile, and nobody waits for that.
-  __builtin_prefetch(&next_.get()->prev_, 1);
-  __builtin_prefetch(&prev_.get()->next_, 1);
   CacheQueue& queue = *queue_;
   if (cache != nullptr &&
       (queue.totals_.get() != cache || queue.role_ != CacheQueue::Role::Primary ||
@@ -150,10 +152,10 @@ bool Cacheable::refreshAtOnce(const detail::CacheTotals* cache) noexcept {
     return false;
   }
   // Tried only: who holds a queue waits for its entries.
-  const std::unique_lock hold(queue.queueMutex_, std::try_to_lock);
-  if (!hold) {
+  if (!queue.queueMutex_.lockSoon()) {
     return false;
   }
+  const std::lock_guard hold(queue.queueMutex_, std::adopt_lock);
   Cacheable& anchor = queue;
   const std::lock_guard ring(anchor.mutex_);
   unlink();

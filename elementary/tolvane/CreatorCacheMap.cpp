@@ -2,7 +2,7 @@
 #include <tolvane/CacheTotalsInternal.hpp>
 #include <tolvane/CreatorCacheMap.hpp>
 #include <tolvane/Creature.hpp>
-#include <tolvane/DomainMapInternal.hpp>
+#include <tolvane/TypeMapInternal.hpp>
 #include <tolvane/HeldInternal.hpp>
 #include <tolvane/Typename.hpp>
 #include <tolvane/Verbose.hpp>
@@ -32,7 +32,7 @@ void printFigures(const Queues* queues) {
 
 } // namespace
 
-struct CreatorCacheMap::Domains : detail::DomainMap<StrongPtr<CacheMap>> {};
+struct CreatorCacheMap::Domains : detail::TypeMap<StrongPtr<CacheMap>> {};
 
 CreatorCacheMap::CreatorCacheMap()
     : totals_(std::make_shared<detail::CacheTotals>()), domains_(std::make_unique<Domains>()) {}

@@ -12,33 +12,6 @@ input_string::~input_string() = default;
 
 void input_string::newline(unsigned long long) {}
 
-// The only place that moves the cursor, so that every operation counts alike. The hook comes last:
-// when it throws or reads on, the line feed has been counted.
-char input_string::advance() {
-  const char c = text_[static_cast<std::size_t>(position_)];
-  ++position_;
-  if (c == '\n') {
-    ++line_;
-    column_ = 0;
-    newline(position_);
-  } else {
-    ++column_;
-  }
-  return c;
-}
-
-std::pair<bool, char> input_string::get() {
-  if (atEnd())
-    return {false, '\0'};
-  return {true, advance()};
-}
-
-std::pair<bool, char> input_string::peek() const noexcept {
-  if (atEnd())
-    return {false, '\0'};
-  return {true, text_[static_cast<std::size_t>(position_)]};
-}
-
 std::string input_string::getline() {
   std::string line;
   for (auto next = peek(); next.first && next.second != '\n'; next = peek()) {

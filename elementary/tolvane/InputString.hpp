@@ -22,6 +22,7 @@
 
 #include <tolvane/Api.hpp>
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <utility>
@@ -60,9 +61,14 @@ public:
   bool atEnd() const noexcept { return position_ >= text_.size(); }
 
   /// Consumes one character: (true, the character), or (false, 0) at the end of the text.
-  std::pair<bool, char> get();
+  std::pair<bool, char> get() {
+    return atEnd() ? std::pair(false, '\0') : std::pair(true, advance());
+  }
   /// What `get()` would answer, without consuming it.
-  std::pair<bool, char> peek() const noexcept;
+  std::pair<bool, char> peek() const noexcept {
+    return atEnd() ? std::pair(false, '\0')
+                   : std::pair(true, text_[static_cast<std::size_t>(position_)]);
+  }
 
   /// Consumes the rest of the line and returns it without its carriage returns. The line feed is
   /// left for the next read, so a loop over lines takes it with `get()` or `skipspace()`.
@@ -90,7 +96,20 @@ protected:
 private:
   friend class detail::TokenReader;
 
-  char advance();
+  // The only place that moves the cursor by a character, so that every operation counts alike. The
+  // hook comes last: when it throws or reads on, the line feed has been counted.
+  char advance() {
+    const char c = text_[static_cast<std::size_t>(position_)];
+    ++position_;
+    if (c == '\n') {
+      ++line_;
+      column_ = 0;
+      newline(position_);
+    } else {
+      ++column_;
+    }
+    return c;
+  }
   std::string::size_type lineStart() const noexcept;
 
   std::string text_;

@@ -9,6 +9,11 @@ namespace Tolvane::detail {
 
 namespace {
 
+/// The work under a mutex of the library mostly takes less than putting a thread to sleep and waking
+/// it up again.
+constexpr int SpinAttempts = 30;
+constexpr int PausesPerAttempt = 8;
+
 void check(int code, const char* what) {
   if (code != 0) {
     throw std::system_error(code, std::generic_category(), what);
@@ -29,9 +34,24 @@ PosixMutex::PosixMutex(Kind kind) {
   check(code, "pthread_mutex_init");
 }
 
+bool PosixMutex::spin() noexcept {
+  for (int attempts = 0; attempts < SpinAttempts; ++attempts) {
+    for (int pauses = 0; pauses < PausesPerAttempt; ++pauses) {
+      __builtin_ia32_pause();
+    }
+    if (try_lock()) {
+      return true;
+    }
+  }
+  return false;
+}
+
 void PosixMutex::waitAndLock() {
   if (otherThreadsAreGone()) {
     try_lock(); // Its holder may be no more, and nobody else is left to be kept out.
+    return;
+  }
+  if (!IsWatched && spin()) {
     return;
   }
   check(pthread_mutex_lock(&mutex_), "pthread_mutex_lock");
@@ -40,6 +60,9 @@ void PosixMutex::waitAndLock() {
 bool PosixMutex::wait(std::chrono::seconds time) {
   if (otherThreadsAreGone()) {
     lock();
+    return true;
+  }
+  if (!IsWatched && spin()) {
     return true;
   }
   timespec until{};

@@ -8,6 +8,7 @@
 #include <optional>
 #include <stdexcept>
 #include <string_view>
+#include <tuple>
 #include <utility>
 
 namespace Pelko {
@@ -35,11 +36,6 @@ private:
 
 constexpr std::string_view usualBytes = "=#<>@?, !\r\t\n\"";
 constexpr ByteSet usualSet(usualBytes);
-
-/// The delimiters of the forms that tell theirs themselves.
-constexpr char stxEtx[] = {StreamString::STX, StreamString::ETX};
-constexpr ByteSet quotes("\""), frames(std::string_view(stxEtx, 2)), squares("[]"), curls("{}"),
-    rounds("()");
 
 /// The set of a caller's bytes, which is there already for the usual ones.
 class GivenSet {
@@ -88,75 +84,70 @@ bool allAbove63(const char* bytes) {
 
 namespace detail {
 
-/// Reads tokens in runs: what ends none of them and is no line feed, whose hook may do anything to
+/// Reads a token in runs: what does not end it and is no line feed, whose hook may do anything to
 /// the text's cursor, is taken over in one step.
 class TokenReader {
 public:
-  explicit TokenReader(input_string& in) : in_(in) {}
+  /// Runs end at each byte of the set `stops`.
+  TokenReader(input_string& in, const ByteSet& stops) : in_(in), stops_(stops) {}
 
-  void delimited(char open, char close, const ByteSet& delimiters, std::string& token) {
-    const auto stops = [&](char c) { return delimiters.stops(c); };
+  /// Reads up to the delimiter `close` that is not in pairs of delimiters.
+  std::pair<bool, std::string> delimited(char open, char close) {
     std::uint64_t depth = 0;
-    take();
-    for (takeRun(stops, token); !in_.atEnd(); takeRun(stops, token)) {
-      const char c = take();
+    in_.advance();
+    auto answer = firstRun();
+    for (std::string& token = answer.second; !in_.atEnd(); token.append(takeRun())) {
+      const char c = in_.advance();
       if (depth == 0 && c == close)
-        return;
+        break;
       token += c;
       if (c == open)
         ++depth;
       else if (c == close)
         --depth;
     }
+    return answer;
   }
 
-  void bare(const std::string& terminators, std::string& token) {
-    const GivenSet given(terminators);
-    const ByteSet& ends = *given;
-    const auto stops = [&](char c) { return ends.stops(c); };
-    for (takeRun(stops, token); !in_.atEnd(); takeRun(stops, token)) {
+  /// Reads up to a byte of the set, which is taken only where there is nothing before it.
+  std::pair<bool, std::string> bare() {
+    auto answer = firstRun();
+    for (std::string& token = answer.second; !in_.atEnd(); token.append(takeRun())) {
       const char c = next();
-      if (c == '\0' || ends.has(c)) {
+      if (c == '\0' || stops_.has(c)) {
         if (token.empty())
-          take();
-        return;
+          in_.advance();
+        break;
       }
       token += c;
-      take();
+      in_.advance();
     }
+    return answer;
   }
 
 private:
   /// The next byte; a NUL at the end.
   char next() const { return in_.text_[static_cast<std::size_t>(in_.position_)]; }
 
-  char take() {
-    const char c = next();
-    if (c == '\n') {
-      in_.advance();
-    } else {
-      ++in_.position_;
-      ++in_.column_;
-    }
-    return c;
-  }
-
-  /// Appends what comes before the next byte that `stops`, as a line feed and a NUL do.
-  template <class Stops>
-  void takeRun(Stops stops, std::string& token) {
+  /// Takes what comes before the next byte of the set, line feed or NUL; a NUL follows the text.
+  std::string_view takeRun() {
     const char* const begin = in_.text_.data() + in_.position_;
-    const char* end = begin; // a NUL follows the text
-    while (!stops(*end))
+    const char* end = begin;
+    while (!stops_.stops(*end))
       ++end;
-    if (token.empty())
-      token = std::string(begin, end); // cheaper than to append
-    else
-      token.append(begin, end);
     in_.position_ += static_cast<std::size_t>(end - begin);
     in_.column_ += static_cast<std::uint32_t>(end - begin);
+    return {begin, end};
+  }
+
+  /// An answer that begins with the first run, which is all of most tokens.
+  std::pair<bool, std::string> firstRun() {
+    return {std::piecewise_construct, std::forward_as_tuple(true),
+            std::forward_as_tuple(takeRun())};
   }
 
   input_string& in_;
+  const ByteSet& stops_;
 };
 
 } // namespace detail
@@ -183,22 +174,29 @@ std::optional<std::string> readLength(input_string& in) {
   return token;
 }
 
-void readDetected(input_string& in, char first, const std::string& terminators,
-                  std::string& token) {
-  detail::TokenReader reader(in);
+std::pair<bool, std::string> readDelimited(input_string& in, char open, char close) {
+  const char delimiters[] = {open, close};
+  return detail::TokenReader(in, ByteSet(std::string_view(delimiters, 2))).delimited(open, close);
+}
+
+/// Reads a token whose first byte tells its delimiters.
+std::pair<bool, std::string> readDetected(input_string& in, char first,
+                                          const std::string& terminators) {
+  constexpr char stxEtx[] = {StreamString::STX, StreamString::ETX};
+  static constexpr ByteSet frames(std::string_view(stxEtx, 2)), quotes("\"");
   switch (first) {
   case '[':
-    return reader.delimited('[', ']', squares, token);
+    return readDelimited(in, '[', ']');
   case '{':
-    return reader.delimited('{', '}', curls, token);
+    return readDelimited(in, '{', '}');
   case '(':
-    return reader.delimited('(', ')', rounds, token);
+    return readDelimited(in, '(', ')');
   case StreamString::STX:
-    return reader.delimited(StreamString::STX, StreamString::ETX, frames, token);
+    return detail::TokenReader(in, frames).delimited(StreamString::STX, StreamString::ETX);
   case '"':
-    return reader.delimited('"', '"', quotes, token);
+    return detail::TokenReader(in, quotes).delimited('"', '"');
   default:
-    return reader.bare(terminators, token);
+    return detail::TokenReader(in, *GivenSet(terminators)).bare();
   }
 }
 
@@ -285,26 +283,16 @@ std::string StreamString::decodeEscaped(const std::string& s) {
 std::pair<bool, std::string> StreamString::decodeIdentifier(input_string& in, char open, char close,
                                                             const std::string& terminators,
                                                             bool flag) {
-  std::pair<bool, std::string> answer{!in.atEnd(), {}};
-  auto& [found, token] = answer;
-  if (!found)
-    return answer;
+  if (in.atEnd())
+    return {false, {}};
   const char first = in.peek().second;
   if (first == ENQ) {
     std::optional<std::string> read = readLength(in);
-    found = read.has_value();
-    if (found)
-      token.swap(*read);
-    return answer;
+    return {read.has_value(), std::move(read).value_or("")};
   }
-  if (open == ENQ) {
-    readDetected(in, first, terminators, token);
-  } else {
-    const char delimiters[] = {open, close};
-    detail::TokenReader(in).delimited(open, close, ByteSet(std::string_view(delimiters, 2)), token);
-  }
+  auto answer = open == ENQ ? readDetected(in, first, terminators) : readDelimited(in, open, close);
   if (flag)
-    token = decodeEscaped(token);
+    answer.second = decodeEscaped(answer.second);
   return answer;
 }
 

@@ -1,7 +1,8 @@
 #include "DemanglerAnswerInternal.hpp"
+#include "LastingTypeInternal.hpp"
+#include "TypeMapInternal.hpp"
 #include "UnloadLockInternal.hpp"
 
-#include <tolvane/TypeInfo.hpp>
 #include <tolvane/Typename.hpp>
 
 #include <atomic>
@@ -9,14 +10,56 @@
 #include <cxxabi.h>
 #include <memory>
 #include <mutex>
+#include <set>
 #include <unordered_map>
 
 namespace Tolvane {
 namespace {
 
-struct NameTable {
-  std::mutex mutex;
-  std::unordered_map<TypeInfo, std::string> names;
+/// The registered names. A reader takes no lock, so a name that is replaced or removed stays: each
+/// text is kept once, however often it comes and goes.
+class NameTable {
+public:
+  /// The name of a type; null when it has none.
+  const std::string* find(const std::type_info& type) const noexcept {
+    const auto* name = names_.find(type);
+    return name != nullptr ? name->load(std::memory_order_acquire) : nullptr;
+  }
+
+  void set(const std::type_info& type, const std::string& name) {
+    const auto lock = detail::lockUnlessEnding(mutex_);
+    if (lock.owns_lock()) {
+      const std::string* const text = &*texts_.insert(name).first;
+      names_.obtain(type, [] { return Name(nullptr); }).store(text, std::memory_order_release);
+    }
+  }
+
+  void remove(const std::type_info& type) noexcept {
+    if (detail::isLocalType(type)) {
+      names_.take(type); // it goes with its module
+    } else if (Name* const name = names_.find(type)) {
+      name->store(nullptr, std::memory_order_release);
+    }
+  }
+
+  /// A type of that name, or that of nothing.
+  const std::type_info& typeOf(const std::string& name) const {
+    const std::type_info* found = &typeid(void);
+    names_.any([&](const auto& entry) {
+      const std::string* const text = entry.value.load(std::memory_order_acquire);
+      const bool same = text != nullptr && *text == name;
+      found = same ? &entry.type.get() : found;
+      return same;
+    });
+    return *found;
+  }
+
+private:
+  using Name = std::atomic<const std::string*>;
+
+  detail::TypeMap<Name> names_;
+  std::mutex mutex_; // guards the texts
+  std::set<std::string> texts_;
 };
 
 // Static objects of any module name their types and ask for names until the last moment, so
@@ -70,12 +113,8 @@ void installDefaultNames() {
 } // namespace
 
 std::string Typename(const std::type_info& type) {
-  NameTable& table = nameTable();
-  if (const auto lock = detail::lockUnlessEnding(table.mutex); lock.owns_lock()) {
-    const auto found = table.names.find(type);
-    if (found != table.names.end())
-      return found->second;
-  }
+  if (const std::string* const name = nameTable().find(type))
+    return *name;
   return demangleSymbol(detail::rawName(type));
 }
 
@@ -104,29 +143,17 @@ std::int64_t getTypeID(const std::type_info& type) {
 }
 
 void DefineTypenameBase::setTypename(const std::type_info& type, const std::string& name) {
-  NameTable& table = nameTable();
-  const auto lock = detail::lockUnlessEnding(table.mutex);
-  if (lock.owns_lock())
-    table.names.insert_or_assign(type, name);
+  nameTable().set(type, name);
 }
 
 void DefineTypenameBase::removeTypename(const std::type_info& type) {
-  NameTable& table = nameTable();
-  const auto lock = detail::lockUnlessEnding(table.mutex);
-  if (lock.owns_lock())
-    table.names.erase(type);
+  nameTable().remove(type);
 }
 
 namespace detail {
 
 const std::type_info& typeByName(const std::string& name) {
-  NameTable& table = nameTable();
-  const auto lock = lockUnlessEnding(table.mutex);
-  if (lock.owns_lock())
-    for (const auto& [type, registered] : table.names)
-      if (registered == name)
-        return type.get();
-  return typeid(void);
+  return nameTable().typeOf(name);
 }
 
 } // namespace detail

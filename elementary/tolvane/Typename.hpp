@@ -13,10 +13,10 @@
 /// @endcode
 ///
 /// @par Thread safety
-/// Every function here may be called from any thread at any time; the tables are guarded inside,
-/// and no lock is held while a function calls out of the library. When a process ends on Windows,
-/// code that runs while its modules are unloaded never waits for a table: where a thread that is
-/// gone had locked it, a name comes from the demangler and an ID is 0.
+/// Every function here may be called from any thread at any time; no lock is held while a function
+/// calls out of the library, and asking for a registered name takes none. When a process ends on
+/// Windows, code that runs while its modules are unloaded never waits for a table: where a thread
+/// that is gone had locked it, a name is not registered any more and an ID is 0.
 
 #include <tolvane/Api.hpp>
 

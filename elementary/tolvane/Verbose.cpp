@@ -6,11 +6,14 @@
 #include <tolvane/SystemMemory.hpp>
 #include <tolvane/Verbose.hpp>
 
+#include <algorithm>
+#include <cerrno>
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
 #include <mutex>
+#include <unistd.h>
 #include <utility>
 
 namespace Tolvane {
@@ -141,9 +144,25 @@ std::string locationText(const char* file, int line, const char* function) {
   return location += ": ";
 }
 
+// One write of the system for a whole text where the stream has a file: the stream's own lock, held
+// during a write, would put the other threads that have something to say to sleep.
 void writeToStandardError(std::string_view text) {
-  std::fwrite(text.data(), 1, text.size(), stderr);
-  std::fflush(stderr);
+  std::fflush(stderr); // what the host wrote there came first
+  const int file = fileno(stderr);
+  if (file < 0) {
+    std::fwrite(text.data(), 1, text.size(), stderr);
+    std::fflush(stderr);
+    return;
+  }
+  while (!text.empty()) {
+    constexpr std::size_t atMost = 1 << 30; // what every system takes at once
+    const auto size = static_cast<unsigned>(std::min(text.size(), atMost));
+    const auto written = ::write(file, text.data(), size);
+    if (written > 0)
+      text.remove_prefix(static_cast<std::size_t>(written));
+    else if (written == 0 || errno != EINTR)
+      return;
+  }
 }
 
 const char* colour(int level) {
@@ -169,16 +188,20 @@ std::string cacheText(const detail::CacheFigures& figures) {
 
 } // namespace
 
+VerboseStream::VerboseStream(Noted, bool breakpoint, int level, const char* file, int line,
+                             const char* func, std::string_view domain)
+    : level_(level), file_(file), line_(line), function_(func), domain_(domain), suppressed_(false),
+      breakpoint_(breakpoint) {
+  if (const std::string& editor = VerboseFiles::instance().editor; !editor.empty())
+    editorCommand_ = editor + " +" + std::to_string(line) + " " + (file ? file : "");
+}
+
 VerboseStream::VerboseStream(bool suppressed, bool breakpoint, int level, const char* file,
                              int line, const char* func, const std::string& initialText,
                              const std::string& domain)
-    : level_(level), file_(file), line_(line), function_(func), text_(initialText), domain_(domain),
-      suppressed_(suppressed), breakpoint_(breakpoint) {
-  VerboseFiles& files = VerboseFiles::instance();
-  if (!files.editor.empty())
-    editorCommand_ = files.editor + " +" + std::to_string(line) + " " + (file ? file : "");
-  if (files.enterFile(file))
-    suppressed_ = true;
+    : VerboseStream(Noted{}, breakpoint, level, file, line, func, domain) {
+  text_ = initialText;
+  suppressed_ = VerboseFiles::instance().enterFile(file) || suppressed;
 }
 
 VerboseStream::VerboseStream(bool suppressed, bool breakpoint, int level, const char* file,

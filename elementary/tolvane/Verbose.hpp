@@ -61,6 +61,10 @@ namespace Tolvane {
 class Cache;
 class CacheBase;
 
+namespace detail {
+class VerboseGate;
+}
+
 /// One message. It is made for one statement, filled with `operator<<`, and shown, or not, when
 /// it is destroyed at the end of that statement. The macros `TOLVANE_VERBOSE` and
 /// `TOLVANE_VERBOSE_DOMAIN` make one and leave out the work when it would not be shown.
@@ -119,6 +123,13 @@ public:
 
 private:
   friend class TextStream<VerboseStream>;
+  friend class detail::VerboseGate;
+
+  /// Tells that the file of a message is noted already, and not switched off.
+  struct Noted {};
+  VerboseStream(Noted, bool breakpoint, int level, const char* file, int line, const char* func,
+                std::string_view domain);
+
   void append(std::string_view piece) { text_ += piece; }
   void finish() const;
   void print() const;
@@ -326,8 +337,13 @@ public:
   void close() { open_ = false; }
 
   VerboseStream message() const {
-    return {false, call_.breakpoint_, call_.level_, call_.site_.file,
-            line_, function_,         "",           domain_};
+    return {VerboseStream::Noted{},
+            call_.breakpoint_,
+            call_.level_,
+            call_.site_.file,
+            line_,
+            function_,
+            domain_};
   }
 
 private:

@@ -91,10 +91,11 @@ def goals():
     for row in ("words, insert", "words, walk"):
         yield from one(row, "256 pointers", 2)
         yield from one(row, "floor, the same means", 1.3)
-    for ours in ("tolvane", "tolvane, load"):  # a load also notes who was asked and what came of it
-        for peer in ("osgDB", "GDAL, identify"):
-            yield from one("loader among 100", peer, None, ours)
+    for peer in ("osgDB", "GDAL, identify", "GDAL, by name"):
+        yield from one("loader among 100", peer)
     yield from one("loader among 100", "floor, asked in turn", 1.3)
+    # A load also notes who was asked and what came of it.
+    yield from one("loader among 100", "osgDB", 0, "tolvane, load")
 
 
 def run(program, options):

@@ -483,16 +483,26 @@ private:
   /// What is asked about the oldest entry before its creator is: nothing holds the entry any more
   /// while the creator decides.
   struct Candidate {
+    explicit Candidate(const Cacheable& entry)
+        : object(entry.self()), size(entry.memsize()), domain(&entry.DomainType()) {
+      const std::lock_guard own(entry.mutex_);
+      name = entry.name_;
+      creator = detail::Held<Creature>(entry.creator_);
+      if (!creator) {
+        maker = entry.creator_;
+      }
+    }
+
     WeakPtr<Cacheable> object;
+    memsize_t size;
+    const std::type_info* domain;
+    std::string name;
     detail::Held<Creature> creator;
     std::optional<WeakPtr<Creature>> maker; // where that is not alive
-    memsize_t size;
-    std::string name;
-    const std::type_info* domain;
   };
 
   bool fitsNow() const { return fits(cache_.totalCost(false), newCost_, cache_.limit()); }
-  bool look(Candidate& candidate) const;
+  std::optional<Candidate> look() const;
   bool canBeAsked(const Candidate& candidate);
   void ask(const Candidate& candidate);
   void putAside(const Candidate& candidate, CacheQueue& queue);
@@ -535,46 +545,34 @@ bool CacheQueue::Eviction::run() {
   while (!fitsNow()) {
     const Profiler profiler(EvictionFile, 399, EvictionFunction, "CacheQueue::adjust items",
                             EvictionLevel);
-    Candidate candidate;
-    if (!look(candidate)) {
+    const std::optional<Candidate> candidate = look();
+    if (!candidate) {
       return false;
     }
     if (Cache::verbosity() > 0) {
-      trace(candidate);
+      trace(*candidate);
     }
-    if (!canBeAsked(candidate)) {
+    if (!canBeAsked(*candidate)) {
       continue;
     }
     const std::uint32_t entriesBefore = queue_.nEntries();
-    ask(candidate);
-    if (givesUp(candidate, entriesBefore)) {
+    ask(*candidate);
+    if (givesUp(*candidate, entriesBefore)) {
       return false;
     }
   }
   return true;
 }
 
-/// Looks at the oldest entry. Returns false when there is none.
-bool CacheQueue::Eviction::look(Candidate& candidate) const {
-  for (;;) {
-    detail::Held<Cacheable> held;
-    if (!queue_.holdOldest(held)) {
-      return false;
+/// Looks at the oldest entry; nothing when there is none.
+std::optional<CacheQueue::Eviction::Candidate> CacheQueue::Eviction::look() const {
+  detail::Held<Cacheable> entry;
+  while (queue_.holdOldest(entry)) {
+    if (entry) {
+      return std::optional<Candidate>(std::in_place, *entry);
     }
-    if (!held) {
-      continue;
-    }
-    candidate.object = held->self();
-    candidate.size = held->memsize();
-    candidate.domain = &held->DomainType();
-    const std::lock_guard own(held->mutex_);
-    candidate.creator = detail::Held<Creature>(held->creator_);
-    if (!candidate.creator) {
-      candidate.maker = held->creator_;
-    }
-    candidate.name = held->name_;
-    return true;
   }
+  return std::nullopt;
 }
 
 /// Whether there is a creator to be asked, or to be missed.

@@ -71,6 +71,12 @@ struct PointerAccess {
     return pointer.target_.get();
   }
 
+  /// The object of a pointer that is known to be held.
+  template <class T, class Base>
+  static T* held(const DynPtr<T, Base>& pointer) noexcept {
+    return pointer.known();
+  }
+
   template <class T, class Base>
   static void releaseStrong(Referer& referer) noexcept {
     DynPtr<T, Base>::releaseStrong(referer);
@@ -140,14 +146,7 @@ public:
   T* get() const noexcept {
     static_assert(
         requires { sizeof(T); }, "include the header of T before its object is looked at");
-    if (myReferer == nullptr || !myReferer->alive()) {
-      return nullptr;
-    }
-    if constexpr (KeepsTarget) {
-      return target_.get();
-    } else {
-      return static_cast<T*>(static_cast<ReferenceBase<Base>*>(myReferer->object()));
-    }
+    return myReferer != nullptr && myReferer->alive() ? known() : nullptr;
   }
 
   /// Whether the object is alive.
@@ -227,6 +226,15 @@ protected:
       }
     }
     return referer;
+  }
+
+  /// The object, which is alive.
+  T* known() const noexcept {
+    if constexpr (KeepsTarget) {
+      return target_.get();
+    } else {
+      return static_cast<T*>(static_cast<ReferenceBase<Base>*>(myReferer->object()));
+    }
   }
 
   void swapRecords(DynPtr& other) noexcept {

@@ -33,7 +33,7 @@ public:
     do {
       if (record->lock(1) == Referer::Raise::Done) {
         record_ = record;
-        object_ = pointer.get();
+        object_ = PointerAccess::held(pointer);
         return;
       }
       // Again where the first strong pointer of all came between the two looks.

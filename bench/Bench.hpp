@@ -17,9 +17,12 @@
 namespace bench {
 
 using Body = std::function<void(benchmark::State&)>;
+using Configure = std::function<void(benchmark::internal::Benchmark&)>;
 
-/// Adds a benchmark on real time.
-benchmark::internal::Benchmark* add(const std::string& name, Body body, int threads = 1);
+/// Adds a benchmark on real time, or as `configure` says. The contestants of a row run one after
+/// the other, whatever the order they are added in: what slows the machine down for a while slows
+/// all of them.
+void add(const std::string& name, Body body, int threads = 1, Configure configure = {});
 
 /// Random numbers below `limit`, the same in every run and for every contestant; their count is a
 /// power of two.

@@ -15,16 +15,15 @@ namespace bench {
 /// Times whole rounds over the word list, each by itself.
 template <class Round>
 void addRounds(const std::string& name, int rounds, Round round) {
-  benchmark::RegisterBenchmark(name.c_str(),
-                               [=](benchmark::State& state) {
-                                 for (auto _ : state) {
-                                   const std::chrono::duration<double> lasted = round();
-                                   state.SetIterationTime(lasted.count() /
-                                                          static_cast<double>(words().size()));
-                                 }
-                               })
-      ->UseManualTime()
-      ->Iterations(rounds);
+  add(
+      name,
+      [=](benchmark::State& state) {
+        for (auto _ : state) {
+          const std::chrono::duration<double> lasted = round();
+          state.SetIterationTime(lasted.count() / static_cast<double>(words().size()));
+        }
+      },
+      1, [=](benchmark::internal::Benchmark& it) { it.UseManualTime()->Iterations(rounds); });
 }
 
 template <class Contestant>

@@ -5,7 +5,6 @@
 #include <cstdio>
 #include <fstream>
 #include <malloc.h>
-#include <map>
 #include <mutex>
 #include <random>
 #include <thread>
@@ -80,9 +79,31 @@ std::vector<Note>& notes() {
   return all;
 }
 
-std::map<std::string, benchmark::internal::Benchmark*>& byName() {
-  static auto& all = *new std::map<std::string, benchmark::internal::Benchmark*>;
+struct Contestant {
+  std::string name;
+  Body body;
+  int threads;
+  Configure configure;
+
+  benchmark::internal::Benchmark& enter() const {
+    auto& it = *benchmark::RegisterBenchmark(name.c_str(), body)->Threads(threads);
+    if (configure) {
+      configure(it);
+    } else {
+      it.UseRealTime();
+    }
+    return it;
+  }
+};
+
+/// By row, in the order of the rows' first contestants.
+std::vector<std::vector<Contestant>>& contestants() {
+  static auto& all = *new std::vector<std::vector<Contestant>>;
   return all;
+}
+
+std::string_view rowOf(const std::string& name) {
+  return std::string_view(name).substr(0, name.rfind('/'));
 }
 
 std::size_t heapBytes() {
@@ -92,16 +113,27 @@ std::size_t heapBytes() {
 
 /// Runs one benchmark so many times, for those who count its instructions.
 int countOne(const std::string& name, const std::string& times) {
-  byName().at(name)->Iterations(std::stoll(times));
-  return benchmark::RunSpecifiedBenchmarks("^" + name + "/iterations") == 1 ? 0 : 1;
+  for (const auto& row : contestants()) {
+    for (const Contestant& contestant : row) {
+      if (contestant.name == name) {
+        contestant.enter().Iterations(std::stoll(times));
+      }
+    }
+  }
+  return benchmark::RunSpecifiedBenchmarks() == 1 ? 0 : 1;
 }
 
 } // namespace
 
-benchmark::internal::Benchmark* add(const std::string& name, Body body, int threads) {
-  return byName()[name] = benchmark::RegisterBenchmark(name.c_str(), std::move(body))
-                              ->Threads(threads)
-                              ->UseRealTime();
+void add(const std::string& name, Body body, int threads, Configure configure) {
+  auto& rows = contestants();
+  auto row = std::find_if(rows.begin(), rows.end(), [&](const auto& other) {
+    return rowOf(other.front().name) == rowOf(name);
+  });
+  if (row == rows.end()) {
+    row = rows.emplace(row);
+  }
+  row->push_back({name, std::move(body), threads, std::move(configure)});
 }
 
 void note(const std::string& what, std::size_t count, std::function<std::shared_ptr<void>()> make) {
@@ -127,6 +159,11 @@ int main(int count, char** arguments) {
     const std::shared_ptr<void> made = make();
     benchmark::AddCustomContext("bytes per " + what,
                                 std::to_string((bench::heapBytes() - before) / number));
+  }
+  for (const auto& row : bench::contestants()) {
+    for (const auto& contestant : row) {
+      contestant.enter();
+    }
   }
   benchmark::RunSpecifiedBenchmarks();
   if (bench::dropKept) {

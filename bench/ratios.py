@@ -2,7 +2,8 @@
 """Runs the benchmarks several times and says how each row of work compares with its peers.
 
 Within a run the contestants of a row are compared with each other, since the speed of a shared
-machine changes from run to run. The table shows medians over the runs in nanoseconds, the median of
+machine changes from run to run; of repetitions within a run (--benchmark_repetitions=N) their median
+counts. The table shows medians over the runs in nanoseconds, the median of
 the ratios, and its spread. A lead over a peer is "reached" only when our slowest run is ahead of the
 peer's fastest one; "about" stands for medians that are ahead, or within the bound, while the runs
 overlap.
@@ -104,13 +105,15 @@ def run(program, options):
     data = json.loads(output)
     times = {}
     for entry in data["benchmarks"]:
+        if entry["run_type"] != "iteration":
+            continue
         name = re.sub(r"/(iterations:\d+/)?(real_time|manual_time)(/threads:\d+)?$", "",
                       entry["name"])
         # What a thread was kept from its core by others is not its work; of two threads, and where
         # the program measures by itself, only the clock tells.
         alone = entry["threads"] == 1 and "manual_time" not in entry["name"]
-        times[name] = entry["cpu_time" if alone else "real_time"]
-    return data["context"], times
+        times.setdefault(name, []).append(entry["cpu_time" if alone else "real_time"])
+    return data["context"], {name: statistics.median(all) for name, all in times.items()}
 
 
 def verdict(ours, theirs, ratios, limit):

@@ -4,27 +4,23 @@ using namespace cachetest;
 
 TEST(Cache, AdmitsOnlyWhatIsHeldAndMade) {
   const CachePtr cache = new Cache(1000, "cache");
-  const auto refused = [&](const WeakPtr<Cacheable>& object) {
-    return !cache->insert(object, false) && cache->nEntries() == 0;
-  };
   const MakerPtr maker = new Maker;
   Data onTheStack(10);
-  onTheStack.setCreator(maker->self());
   Maker stackMaker;
-  StrongPtr<Cacheable> orphan = new Data(10);
-  EXPECT_TRUE(refused(nullptr));
-  EXPECT_TRUE(refused(&onTheStack)) << "nobody holds the object";
-  EXPECT_TRUE(refused(orphan)) << "no creator";
-  orphan->setCreator(stackMaker.self());
-  EXPECT_TRUE(refused(orphan)) << "nobody holds the creator";
-  orphan->setCreator(MakerPtr(new Maker)->self());
-  EXPECT_TRUE(refused(orphan)) << "the creator is dead";
-  orphan->setCreator(maker->self());
-  const WeakPtr<Cacheable> gone = orphan;
-  EXPECT_FALSE(refused(gone));
-  orphan = nullptr;
-  EXPECT_TRUE(refused(gone));
-  EXPECT_FALSE(cache->touch(gone));
+  onTheStack.setCreator(maker->self());
+  StrongPtr<Cacheable> orphan = new Data(10), bastard = new Data(10), posthumous = new Data(10);
+  bastard->setCreator(stackMaker.self());
+  posthumous->setCreator(MakerPtr(new Maker)->self());
+  StrongPtr<Cacheable> late = new Data(10);
+  late->setCreator(maker->self());
+  const WeakPtr<Cacheable> gone = late;
+  EXPECT_TRUE(cache->insert(gone, false));
+  late = nullptr;
+  for (const WeakPtr<Cacheable>& object :
+       {WeakPtr<Cacheable>(), WeakPtr<Cacheable>(&onTheStack), WeakPtr<Cacheable>(orphan),
+        WeakPtr<Cacheable>(bastard), WeakPtr<Cacheable>(posthumous), gone})
+    EXPECT_FALSE(cache->insert(object, false));
+  EXPECT_FALSE(cache->touch(gone) || cache->nEntries() > 0);
 }
 
 // Objects of one domain are inserted one after another, each as a letter, its creator's answer and
@@ -35,30 +31,18 @@ TEST(Cache, Survivors) {
     memsize_t limit;
     const char *refused, *order, *asked;
   } cases[] = {
-      // Strictly below the limit, at it, and one byte above it.
-      {"a21b21c21", 31, "", "cba|-|-", ""},
       {"a21b21c21", 30, "", "cba||", ""},
-      {"a21b21c21", 29, "", "cb||", "a"},
-      {"a21b21c21d21", 30, "", "dcb||", "a"},
       {"a21b21c22", 30, "", "cb||", "a"},
-      {"a21b21c23", 30, "", "c||", "ab"},
       // Larger than the limit: a new creator type has no queue that could say yes, and a queue
       // that was drained for it says no; in the walk that follows, the empty queue says yes.
       {"a24", 30, "a", "", ""},
-      {"a23", 30, "a", "", ""},
-      {"a22", 30, "", "a|-|-", ""},
       {"a21b24", 30, "", "b||", "a"},
-      {"a21b24c21", 30, "", "c||", "ab"},
       // Keepers do not count.
       {"a01b01c01d01", 20, "", "dc||ba", "ab"},
-      {"a01b03", 30, "", "b||a", "a"},
-      {"a01b04", 30, "", "b||a", "a"},
       // Temporaries count. One comes back, and is asked again, with each of the four visits of a
       // domain: by its data and creator map, each in the domain itself and in the walk.
       {"a11b21c21", 20, "", "c|a|", "ab"},
       {"a11b11c11", 20, "c", "|ab|", "aaabb"},
-      {"a11b11c11d11", 20, "cd", "|ab|", "aaaaabbbb"},
-      {"a11b13", 30, "b", "|a|", "aaaa"},
   };
   for (const auto& test : cases) {
     SCOPED_TRACE(std::string(test.insertions) + " limit " + std::to_string(test.limit));
@@ -74,32 +58,14 @@ TEST(Cache, Survivors) {
     EXPECT_EQ(order(*cache), test.order);
     EXPECT_EQ(all.asked(), test.asked);
     const CacheStatistics now = cache->statistics();
-    EXPECT_EQ(now.total.asked, std::string(test.asked).size());
-    EXPECT_EQ(now.total.released + now.total.temporary + now.total.kept, now.total.asked);
-    EXPECT_EQ(now.total.refused, refused.size());
-    EXPECT_EQ(now.total.inserted, std::string(test.insertions).size() / 3 - refused.size());
-    EXPECT_EQ(now.total.evicted, now.total.released);
-    EXPECT_EQ(now.total.entries, now.total.inserted - now.total.evicted);
-    EXPECT_EQ(now.total.bytes, cache->totalCost(true));
+    EXPECT_TRUE(now.total.asked == std::string(test.asked).size() &&
+                now.total.released + now.total.temporary + now.total.kept == now.total.asked &&
+                now.total.refused == refused.size() && now.total.evicted == now.total.released &&
+                now.total.inserted == std::string(test.insertions).size() / 3 - refused.size() &&
+                now.total.entries == now.total.inserted - now.total.evicted &&
+                now.total.bytes == cache->totalCost(true))
+        << now.total.str();
     EXPECT_GE(now.peak, now.freeable);
-  }
-  // Costs that do not fit 64 bits beside an object of 10 bytes, which goes or stays.
-  const struct {
-    memsize_t limit, cost;
-    const char* order;
-  } wraps[] = {
-      {100, largest, "b||"},           // drained, then the empty queue says yes
-      {largest, largest - 10, "ba||"}, // exactly at the limit
-      {largest, largest - 9, "b||"},   // the sum is 2^64
-      {largest, largest, "b||"},       {memsize_t{1} << 63, memsize_t{1} << 63, "b||"},
-  };
-  for (const auto& test : wraps) {
-    SCOPED_TRACE(test.cost);
-    const CachePtr cache = new Cache(test.limit, "cache");
-    Population all;
-    EXPECT_TRUE(cache->insert(all.add('a', 10), false));
-    EXPECT_TRUE(cache->insert(WeakPtr<Cacheable>(all.add('b', test.cost)), false));
-    EXPECT_EQ(order(*cache), test.order);
   }
 }
 
@@ -118,13 +84,9 @@ TEST(Cache, StatisticsShowADomainThatStarves) {
   const CacheStatistics now = cache->statistics();
   ASSERT_EQ(now.domains.size(), 2u);
   const CacheCounts unused = now.domains[0].total(), starved = now.domains[1].total();
-  EXPECT_TRUE(now.domains[0].data == TypeInfo(typeid(DataOf<0>)) &&
-              now.domains[1].creator == TypeInfo(typeid(MakerOf<0>)));
-  EXPECT_EQ(unused.str(), "9 inserted, 0 touched, 0 asked (0 released, 0 temporary, 0 kept, 0 "
-                          "unusual), 0 evicted with 0 bytes, 0 refused");
+  EXPECT_TRUE(now.domains[0].data == TypeInfo(typeid(DataOf<0>)) && now.peak == 100);
   EXPECT_EQ(starved.str(), "12 inserted, 0 touched, 11 asked (11 released, 0 temporary, 0 kept, 0 "
                            "unusual), 11 evicted with 110 bytes, 0 refused");
-  EXPECT_EQ(now.peak, 100u);
   const std::string listing = printed([&] { cache->list_info(); });
   EXPECT_EQ(
       listing.find("** Cache<cache> with 10 entries using 100 bytes, 100 of them freeable (max "
@@ -137,101 +99,45 @@ TEST(Cache, StatisticsShowADomainThatStarves) {
   EXPECT_EQ(cache->statistics().domains[0].primary.touched, 2u);
 }
 
-TEST(Cache, FilesAgainWhatStandsThere) {
+TEST(Cache, FilesWhatStandsInAnother) {
   const CachePtr cache = new Cache(30, "cache"), other = new Cache(100, "other");
   Population all;
   for (const WeakPtr<Cacheable>& object : {all.add('a', 10), all.add('b', 10), all['a']})
     EXPECT_TRUE(cache->insert(object, false));
-  EXPECT_EQ(order(*cache), "ab||");
   EXPECT_TRUE(other->insert(all['a'], false));
   EXPECT_EQ(order(*cache) + order(*other), "b||a|-|-");
-  EXPECT_EQ(cache->totalCost(true), 10u);
-  EXPECT_EQ(other->totalCost(true), 10u);
+  EXPECT_EQ(cache->totalCost(true) + other->totalCost(true), 20u);
 }
 
-TEST(Cache, ZombiesGoBeforeTheSizeIsTaken) {
+TEST(Cache, ZombiesGoBeforeAnInsertion) {
   const CachePtr cache = new Cache(30, "cache");
   Population all;
-  EXPECT_TRUE(cache->insert(all.add('k', 4), false));
-  all.add('b', 30);
-  all.add<1>('z', 1);
-  all.data('z').onDeath = [&] { all.data('b').size = 25; };
-  cache->insert_zombie(all['z']);
-  all.drop('z');
-  EXPECT_TRUE(cache->insert(all['b'], false));
-  EXPECT_EQ(all.alive(), "bk") << "there is room for both after the zombie went";
-  EXPECT_EQ(cache->totalCost(true), 29u);
-
+  EXPECT_TRUE(cache->insert(all.add('k', 29), false));
   const MakerPtr maker = made(new Maker, new Data(2));
   const WeakPtr<Cacheable> last = maker->data;
   cache->insert_zombie(last);
   maker->data = nullptr;
   EXPECT_FALSE(cache->insert(last, false)) << "a zombie of its own that goes first";
   EXPECT_FALSE(last);
-  EXPECT_EQ(all.alive(), "bk") << "nothing had to make room for it";
+  EXPECT_EQ(all.alive(), "k") << "nothing had to make room for it";
 }
 
 TEST(Cache, OutOfMemoryTexts) {
   const StrongPtr<Cacheable> object = new DataOf<1>(5);
-  const MakerPtr maker = new Maker;
-  const CachePtr cache = new Cache(1, "cache");
-  const std::string text = "Not enough memory to handle " + Typename(typeid(DataOf<1>));
   try {
-    cache->handleOutOfMemory(object, maker->self());
+    CachePtr(new Cache(1, "cache"))->handleOutOfMemory(object, nullptr);
     ADD_FAILURE() << "no exception";
   } catch (const Exception& e) {
-    const auto& outOfMemory = dynamic_cast<const Cache::OutOfMemory&>(e);
+    const std::string text = "Not enough memory to handle " + Typename(typeid(DataOf<1>));
     EXPECT_EQ(e.what(), text);
-    EXPECT_EQ(outOfMemory.object(), object);
-    EXPECT_EQ(outOfMemory.creator(), maker->self());
-    EXPECT_EQ(outOfMemory.cache(), cache);
-    const Cache::OutOfMemory copy(outOfMemory);
-    EXPECT_EQ(copy.what(), text);
-    EXPECT_EQ(object.strongCount(), 3) << "each exception holds the object";
+    EXPECT_EQ(Cache::OutOfMemory(dynamic_cast<const Cache::OutOfMemory&>(e)).what(), text);
+    EXPECT_EQ(object.strongCount(), 2) << "the exception holds the object";
   }
-  EXPECT_EQ(object.strongCount(), 1);
-  const Cache::OutOfMemory unknown(nullptr, nullptr, nullptr);
-  EXPECT_STREQ(unknown.what(), "Not enough memory to handle Unknown object");
-  EXPECT_EQ(unknown.what(), unknown.what()) << "built once";
-
+  EXPECT_STREQ(Cache::OutOfMemory(nullptr, nullptr, nullptr).what(),
+               "Not enough memory to handle Unknown object");
   struct Base : CacheBase {
     using CacheBase::CacheBase;
     memsize_t limit() const override { return 5; }
-  };
-  Base base("base");
-  EXPECT_FALSE(base.handleOutOfMemory(object, maker->self()));
-}
-
-TEST(Cache, DiesBeforeAndAfterItsObjects) {
-  Population all;
-  CachePtr cache = new Cache(20, "cache");
-  all.add('a', 10, 1);
-  all.add('b', 10, 0);
-  all.add<1, 1>('c', 10, 2);
-  for (const char name : {'a', 'b', 'c'}) {
-    all.maker(name).setCacheManager(cache);
-    EXPECT_TRUE(cache->insert(all[name], false));
-  }
-  cache->insert_zombie(all['b']);
-  all.asked();
-  cache = nullptr;
-  EXPECT_EQ(all.asked(), "abc");
-  EXPECT_EQ(all.alive(), "ab");
-  const CachePtr next = new Cache(100, "next");
-  for (const char name : {'a', 'b'}) {
-    EXPECT_EQ(all[name]->NumberOfListEntries(), 0u);
-    EXPECT_FALSE(all[name]->markAsUsed());
-    EXPECT_FALSE(all[name]->myCache());
-    EXPECT_TRUE(next->insert(all[name], false));
-    all.drop(name);
-  }
-  EXPECT_EQ(next->nEntries(), 0u);
-}
-
-TEST(Cache, ADefaultCacheIsShared) {
-  const WeakPtr<Cache, CacheBase> cache = Cache::MemCache();
-  EXPECT_EQ(cache->name(), "MemCache Objects");
-  EXPECT_EQ(cache, Cache::MemCache());
-  const StrongPtr<Cache, CacheBase> held = cache.lock();
-  EXPECT_EQ(held.strongCount(), 2) << "the library itself holds it";
+  } base("base");
+  EXPECT_FALSE(base.handleOutOfMemory(object, nullptr));
 }

@@ -33,26 +33,19 @@ TEST(Creature, HasDataOnlyWhileTheyLive) {
   // A creature that makes its data for everyone who asks, and keeps none.
   struct Generous : Creature {
     Generous() : Creature(nullptr) {}
-    StrongPtr<Cacheable> getCacheable() const override {
-      auto* data = new Data(1);
-      data->onDeath = [this] { ++died; };
-      return data;
-    }
-    mutable int died = 0;
+    StrongPtr<Cacheable> getCacheable() const override { return new Data(1); }
   };
   Generous generous;
   EXPECT_TRUE(generous.hasData());
-  EXPECT_EQ(generous.died, 1);
-  EXPECT_EQ(generous.release(), 0) << "unless a creature says more, its data stay";
+  EXPECT_FALSE(generous.release() || generous.isReproducible())
+      << "unless a creature says more, its data stay";
   EXPECT_STREQ(Creature::Exception("d", "f", 1).what(), "Unspecified Tolvane::Creature Exception");
 }
 
 TEST(Creature, EnableCachingNeedsAHolderAndACache) {
   Maker onTheStack;
-  onTheStack.data = new Data(1); // what it holds plays no part
   EXPECT_EQ(thrownText([&] { onTheStack.enableCaching(true); }),
             "No strong references for Creature!");
-
   CachePtr cache = new Cache(100, "cache");
   const MakerPtr maker = new Maker;
   const auto enable = [&] {
@@ -61,7 +54,6 @@ TEST(Creature, EnableCachingNeedsAHolderAndACache) {
   };
   EXPECT_EQ(enable(), "nothing") << "without data nothing is asked";
   maker->data = new Data(1);
-  EXPECT_EQ(enable(), "Creature::enableCaching(): No Cache!\nNo Cache!");
   maker->setCacheManager(cache);
   cache = nullptr;
   EXPECT_EQ(enable(), "Creature::enableCaching(): No Cache!\nNo Cache!");
@@ -75,10 +67,6 @@ TEST(Creature, EnableCachingFilesAtTheChosenEnd) {
     all.maker(name).enableCaching(name == 'c');
   }
   EXPECT_EQ(order(onTheStack), "bac|-|-");
-  Messages messages;
-  TOLVANE_VERBOSE_DOMAIN(0, "Mem") << WeakCachePtr(&onTheStack);
-  EXPECT_TRUE(messages.contain("total 0KiB, freeable 0KiB"));
-  EXPECT_EQ(onTheStack.nEntries(), 3u);
 }
 
 TEST(Creature, WithoutRoomTheCacheDecides) {
@@ -89,11 +77,9 @@ TEST(Creature, WithoutRoomTheCacheDecides) {
     all.maker('a').enableCaching(false);
     ADD_FAILURE() << "no exception";
   } catch (const Cache::OutOfMemory& e) {
-    EXPECT_EQ(e.object(), all['a']);
-    EXPECT_EQ(e.creator(), all.maker('a').self());
-    EXPECT_EQ(e.cache(), full);
+    EXPECT_TRUE(e.object() == all['a'] && e.creator() == all.maker('a').self() &&
+                e.cache() == full);
   }
-  EXPECT_EQ(full->nEntries(), 0u);
   const std::tuple<int, const char*, const char*> cases[] = {
       {0, "", "a|-|-"}, {1, "a", "a|-|-"}, {3, "aaa", "a|-|-"}, {-1, "a", ""}};
   for (const auto& [refusals, complaints, expected] : cases) {
@@ -129,38 +115,27 @@ TEST(Creature, Provenance) {
   maker->appendProvenance("c");
   const StrongPtr<Provenance> root = new Provenance("r"), leaf = new Provenance("d", root);
   maker->appendProvenance(leaf);
-  EXPECT_EQ(path(), "b c r:d r/d");
-  EXPECT_EQ(maker->provenancePath('.'), "r.d");
+  EXPECT_EQ(path() + maker->provenancePath('.'), "b c r:d r/dr.d");
   maker->setProvenance("e");
-  maker->setProvenance(leaf->name());
   EXPECT_EQ(path(), "b c r:e r/e") << "the record itself is renamed";
   maker->appendProvenance(StrongPtr<Provenance>());
   EXPECT_EQ(path(), "b c r:e ? ");
   maker->setProvenance("f");
   EXPECT_EQ(path(), "b c r:e f f");
   maker->setProvenance(leaf);
-  EXPECT_EQ(path(), "r:e r/e");
-  const StrongPtr<Provenance> byHand = new Provenance("gone");
-  maker->setProvenance(byHand);
-  delete byHand.get();
-  EXPECT_EQ(maker->provenancePath(), "");
-  maker->setProvenance("g");
-  EXPECT_EQ(path(), "g g");
+  delete leaf.get();
+  EXPECT_EQ(maker->provenancePath(), "") << "as another owner might do by mistake";
 }
 
 TEST(Creature, ListsItsTypeInTheDefaultCache) {
-  const std::type_info &type = typeid(MakerOf<77>), &domain = typeid(DataOf<77>);
+  const std::type_info& domain = typeid(DataOf<77>);
   const MakerPtr maker = made(new MakerOf<77>(Cache::MemCache()), new DataOf<77>(1 << 20));
+  EXPECT_EQ(maker->cacheManager()->name(), "MemCache Objects");
   maker->enableCaching(false);
-  const std::string head = " CreatorCacheMap for ",
-                    tail = "]:   Have 1 entries using 1048576 (1M, 1M freeable, 0M unfreeable) "
-                           "here. \n",
-                    ofType = printed([&] { maker->list_info(); }),
-                    ofData = printed([&] { maker->list_info(domain); });
-  EXPECT_NE(ofType.find(head + "specific Domain [" + Typename(type) + tail), std::string::npos)
-      << ofType;
-  EXPECT_NE(ofData.find(head + "Creator Domain [" + Typename(type) + "] for Cacheable Domain [" +
-                        Typename(domain) + tail),
-            std::string::npos)
-      << ofData;
+  const std::string type = "Domain [" + Typename(typeid(MakerOf<77>)) + "]",
+                    list = printed([&] { maker->list_info(), maker->list_info(domain); });
+  for (const std::string& part : {" CreatorCacheMap for specific " + type + ":   Have 1 entries",
+                                  " CreatorCacheMap for Creator " + type +
+                                      " for Cacheable Domain [" + Typename(domain) + "]:   Have 1"})
+    EXPECT_NE(list.find(part), std::string::npos) << list;
 }

@@ -159,9 +159,3 @@ TEST(CacheDebugStop, EndsAtTheChosenAdjustment) {
     EXPECT_EQ(run.aborted(), limit[0] == '3');
   }
 }
-
-// The first push into any queue asks for type names, and so makes the plain types readable.
-TEST(CacheTrace, TheFirstPushNamesThePlainTypes) {
-  EXPECT_EQ(outputOf("type_names int"), "int\n");
-  EXPECT_EQ(outputOf("push_brick -- type_names int"), "int32_t\n");
-}

@@ -15,7 +15,6 @@
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <limits>
-#include <unordered_map>
 
 using namespace Tolvane;
 using namespace std::string_literals;
@@ -32,7 +31,6 @@ void unset(const char* name) {
 }
 
 struct Named {};
-struct Other {};
 
 } // namespace
 
@@ -103,19 +101,12 @@ TEST(Environment, TellsDirectories) {
 }
 
 TEST(SimpleString, KeepsTextAndLength) {
-  const struct {
-    const char* text;
-    std::size_t length;
-    std::string expected;
-  } cases[] = {{nullptr, 3, ""}, {"abc", 0, ""}, {"abc", 2, "ab"}, {"a\0c", 3, {"a\0c", 3}}};
-  for (const auto& c : cases) {
-    const simplestring fromText(c.text, c.length);
-    for (const simplestring& s : {fromText, simplestring(c.expected)}) {
-      EXPECT_EQ(s.str(), c.expected);
-      EXPECT_EQ(s.size(), c.expected.size());
-      EXPECT_EQ(s.c_str()[s.size()], '\0');
-      EXPECT_TRUE(s == fromText && s.empty() == c.expected.empty());
-    }
+  const std::tuple<const char*, std::size_t, std::string> cases[] = {
+      {nullptr, 3, ""}, {"abc", 0, ""}, {"abc", 2, "ab"}, {"a\0c", 3, {"a\0c", 3}}};
+  for (const auto& [text, length, expected] : cases) {
+    const simplestring s(text, length);
+    EXPECT_TRUE(s.str() == expected && s.size() == expected.size() && s.c_str()[s.size()] == 0);
+    EXPECT_TRUE(s == simplestring(expected) && s.empty() == expected.empty());
   }
   EXPECT_FALSE(simplestring("a\0b", 3) == simplestring("a\0c", 3));
 
@@ -123,9 +114,8 @@ TEST(SimpleString, KeepsTextAndLength) {
   a = simplestring(std::string("second"));
   EXPECT_EQ(b.str(), "first");
   b = a;
-  const char* const text = b.c_str();
   simplestring c(std::move(b)), &same = c;
-  EXPECT_TRUE(c.c_str() == text && b.empty() && b.str().empty());
+  EXPECT_TRUE(b.empty() && b.str().empty());
   c = same;
   c = std::move(same);
   EXPECT_EQ(c.str(), "second");
@@ -133,24 +123,15 @@ TEST(SimpleString, KeepsTextAndLength) {
 
 TEST(Exception, KeepsItsTextsAndItsLine) {
   const std::string withNul("text\0more", 9);
-  const struct {
-    Exception exception;
-    std::string description, file;
-    int line;
-  } cases[] = {
-      {Exception(), "", "", 0},
-      {Exception(withNul, "where.cpp", -1), withNul, "where.cpp", -1},
-      {Exception(static_cast<const char*>(nullptr), nullptr, 5), "", "", 5},
-  };
-  for (const auto& c : cases) {
-    try {
-      throw c.exception;
-    } catch (const Exception& caught) {
-      EXPECT_STREQ(caught.what(), "Unspecified Tolvane Exception");
-      EXPECT_EQ(caught.description().str() + caught.sourceFile().str(), c.description + c.file);
-      EXPECT_EQ(caught.sourceLine(), c.line);
-    }
+  try {
+    throw Exception(withNul, "where.cpp", -1);
+  } catch (const Exception& caught) {
+    EXPECT_EQ(caught.description().str() + caught.sourceFile().str(), withNul + "where.cpp");
+    EXPECT_EQ(caught.sourceLine(), -1);
   }
+  const Exception nothing(static_cast<const char*>(nullptr), nullptr, 5);
+  EXPECT_EQ(nothing.description().str() + nothing.sourceFile().str(), "");
+  EXPECT_STREQ(Exception().what(), "Unspecified Tolvane Exception");
   EXPECT_STREQ(MemoryException().what(), "Tolvane::Out Of Memory");
   EXPECT_STREQ(MaxExceptionCount(1, typeid(int), typeid(int)).what(),
                "Maximal reference count reached, cannot increment further");
@@ -182,6 +163,8 @@ TEST(SystemMemory, FollowsAnAllocation) {
   EXPECT_GT(getAvailableMemory(), 0U);
   EXPECT_LE(getAvailableMemory(), getMemorySize());
   constexpr memsize_t size = 64ULL << 20, much = size / 4 * 3;
+  setInitialMemUsage(2 * getMemUsage());
+  EXPECT_LT(getRelativeMemUsage(), 0);
   const memsize_t usage = setInitialMemUsage(), commit = getMemCommitCharge();
   EXPECT_TRUE(commit > 64 << 10 && commit <= getMemUsage());
   const auto block = std::make_unique<char[]>(size); // written to, so that it counts everywhere
@@ -192,16 +175,7 @@ TEST(SystemMemory, FollowsAnAllocation) {
   EXPECT_GE(getMemUsage(), usage + much);
   EXPECT_GE(getMemCommitCharge(), commit + much);
   EXPECT_GE(getRelativeMemUsage(), static_cast<long long>(much));
-}
-
-TEST(SystemMemory, MeasuresFromTheBaseline) {
-  EXPECT_EQ(outputOf("relative_memory_before_baseline"), "0 0\n");
-  setInitialMemUsage(5);
-  EXPECT_EQ(setInitialMemUsage(7), 5U);
-  const memsize_t now = setInitialMemUsage();
-  EXPECT_EQ(getInitialMemUsage(), now);
-  setInitialMemUsage(2 * getMemUsage());
-  EXPECT_LT(getRelativeMemUsage(), 0);
+  EXPECT_EQ(setInitialMemUsage(7), usage);
 }
 
 TEST(Typename, FundamentalTypesHaveDefaultNames) {
@@ -255,7 +229,7 @@ TEST(Typename, RegisteredNamesReplaceAndGo) {
     EXPECT_EQ(detail::typeByName(withNul), typeid(Named));
   }
   EXPECT_EQ(Typename(typeid(Named)), plain);
-  DefineTypenameBase::removeTypename(typeid(Other)); // never had one
+  DefineTypenameBase::removeTypename(typeid(Named)); // has none any more
 
   demangleSymbol("i");
   DefineTypenameBase::removeTypename(typeid(int));
@@ -292,50 +266,4 @@ TEST(Typename, DemanglesSymbols) {
       {"void", 1, "name - Unknown cxa demangle error"}};
   for (const auto& [text, status, expected] : failures)
     EXPECT_EQ(detail::demanglerAnswer("name", text, status), expected);
-}
-
-// Damaged names must neither upset the demangler nor come back without their text.
-TEST(Typename, SurvivesDamagedSymbols) {
-  const std::string names[] = {
-      "_ZNSt3mapINSt7__cxx1112basic_stringIcSt11char_traitsIcESaIcEEESt6vectorIiSaIiEESt4lessIS5_"
-      "ESaISt4pairIKS5_S8_EEEixERS9_",
-      "_ZZN3foo3barIJidEEEvDpT_ENKUlT_E_clIiEEDaS3_",
-      "_ZN12_GLOBAL__N_15NamedC2ERKS0_",
-      "M3fooKFvPFiA10_cES_zE",
-      "_ZStplIcSt11char_traitsIcESaIcEENSt7__cxx1112basic_stringIT_T0_T1_EEPKS5_OS8_",
-  };
-  const auto check = [](const std::string& name) {
-    const std::string answer = demangleSymbol(name.c_str()), seen = name.c_str();
-    EXPECT_TRUE(!answer.empty() && answer != seen) << seen;
-    // Whatever failed, the damaged text leads the answer.
-    for (const char* reason : {" [C ABI]", " - "})
-      EXPECT_TRUE(!answer.ends_with(reason) || answer == seen + reason) << seen << answer;
-  };
-  for (const std::string& name : names) {
-    EXPECT_FALSE(demangleSymbol(name.c_str()).ends_with(" [C ABI]")) << name;
-    for (std::size_t at = 0; at < name.size(); ++at) {
-      check(name.substr(0, at));
-      check(name.substr(at));
-      for (const char c : std::string("\0_SIENTDpLX90\xff", 14)) {
-        std::string damaged = name;
-        damaged[at] = c;
-        check(damaged);
-        check(name.substr(0, at) + c + name.substr(at));
-      }
-    }
-  }
-  check(std::string("_Z1f") + std::string(100000, 'P') + "i");
-  check("_Z1f" + std::string(50000, 'I'));
-}
-
-TEST(TypeInfo, IsAKeyByType) {
-  static_assert(sizeof(TypeInfo) == sizeof(void*));
-  std::unordered_map<TypeInfo, int> sizes{{typeid(int), 1}, {typeid(double), 2}};
-  sizes[typeid(const int)] += 10;
-  EXPECT_TRUE(sizes.size() == 2 && sizes.at(typeid(int)) == 11);
-  TypeInfo key = typeid(int);
-  key = typeid(double);
-  EXPECT_EQ(&key.get(), &typeid(double));
-  EXPECT_EQ(getTypeID(typeid(Named)), getTypeID(typeid(const Named&)));
-  EXPECT_NE(getTypeID(typeid(Named)), getTypeID(typeid(Other)));
 }

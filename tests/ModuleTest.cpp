@@ -81,7 +81,6 @@ TEST(Module, AgreesWithItsHostOnTypes) {
     copies += theirs[i].type != ours[i].type;
   }
   EXPECT_GT(copies, 0); // or nothing was compared
-  EXPECT_NE(detail::typeByName("guest brick"), typeid(void));
 }
 
 TEST(Module, SharesObjectsWithItsHost) {
@@ -95,11 +94,9 @@ TEST(Module, SharesObjectsWithItsHost) {
   // Down, on either side, whoever made the object.
   const StrongPtr<guest::Square, guest::Shape> square(theirs);
   ASSERT_TRUE(square && dynamic_cast<guest::Square*>(theirs.get()));
-  EXPECT_EQ(square->area(), 9);
-  EXPECT_EQ(guest->areaOfSquare(theirs), 9);
-  EXPECT_EQ(guest->areaOfSquare(ours), 16);
-  EXPECT_EQ(guest->areaOfSquare(plain), -1);
-  EXPECT_EQ(typeid(*theirs), typeid(guest::Square));
+  EXPECT_TRUE(square->area() == 9 && typeid(*theirs) == typeid(guest::Square));
+  EXPECT_TRUE(guest->areaOfSquare(theirs) == 9 && guest->areaOfSquare(ours) == 16 &&
+              guest->areaOfSquare(plain) == -1);
   EXPECT_TRUE(theirs.strongCount() == 2 && theirs.weakCount() == 3);
 
   const StrongPtr<Catcher, VerboseCatcher> catcher = new Catcher;
@@ -153,10 +150,6 @@ TEST(Module, TakesItsTypesOutBeforeItGoes) {
     host->data->setCreator(host);
     host->enableCaching(false);
     EXPECT_TRUE(cache->nEntries() == 3 && cache->totalCost(true) == 2500);
-    const std::string list = printed([&] { cache->list_info(); });
-    for (const char* part : {"guest brick", "guest maker", "from the module", "HostBrick"})
-      EXPECT_NE(list.find(part), std::string::npos) << part << list;
-
     // The host's insertion evicts data of the module, by code of the module.
     brick = first->getCacheable();
     const auto other = makeHostMaker(cache);
@@ -168,7 +161,6 @@ TEST(Module, TakesItsTypesOutBeforeItGoes) {
     brick = second->getCacheable();
     creator = second;
     cache->insert_zombie(guest->makeMaker(cache, 100)->getCacheable());
-    EXPECT_NE(cube.getInterfaceNames(' ').find("Note"), std::string::npos);
     guest->leave(*cache, cube);
     first = second = nullptr;
     guest.unload();
@@ -179,16 +171,13 @@ TEST(Module, TakesItsTypesOutBeforeItGoes) {
     EXPECT_TRUE(cache->nEntries() == 1 && cache->totalCost(true) == 1000);
     const std::string left =
         printed([&] { cache->list_info(); }) + printed([&] { cube.printInterfaces(); });
-    EXPECT_EQ(left.find("guest brick"), std::string::npos) << left;
-    for (const char* part : {"HostBrick", ":\t 1 interfaces\n"})
-      EXPECT_NE(left.find(part), std::string::npos) << left;
-    EXPECT_TRUE(cube.findInterface<guest::Unit>());
+    EXPECT_TRUE(left.find("guest brick") == left.npos && left.find("HostBrick") != left.npos &&
+                left.find(":\t 1 interfaces\n") != left.npos)
+        << left;
     for (const char* name : {"guest brick", "guest maker"})
       EXPECT_EQ(detail::typeByName(name), typeid(void)) << name;
     EXPECT_TRUE(cache->touch(host->data) && cache->insert(other->data, true));
-    EXPECT_EQ(cache->purge(), 2000U);
-    EXPECT_EQ(cache->nEntries(), 0U);
-    EXPECT_EQ(Typename(typeid(guest::Square)), "guest::Square");
+    EXPECT_TRUE(cache->purge() == 2000 && cache->nEntries() == 0);
   }
 }
 

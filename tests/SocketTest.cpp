@@ -5,7 +5,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <gtest/gtest.h>
-#include <iostream>
 #include <system_error>
 
 #ifdef _WIN32
@@ -149,7 +148,6 @@ TEST(Socket, ConnectsToTheAddressThatAccepts) {
   if (streamAddresses(name, "0").size() < 2 && streamAddresses("*", "0").size() > 1)
     name = "*";
   std::vector<Address> addresses = streamAddresses(name, "0");
-  std::cout << name << " has " << addresses.size() << " addresses\n";
   int tried = 0;
   for (Address& accepting : addresses) {
     Listener listener(accepting);
@@ -176,18 +174,13 @@ TEST(Socket, HandlesOfAProcess) {
   const Listener refusing;
   listening.acceptConnections();
   const std::string refused = "URL: could not open valid connection.\nhandle: none\n";
-  const struct {
-    std::string port;
-    std::map<int, std::string> streams;
-    std::string expected;
-  } cases[] = {{refusing.port(), {}, refused + "standard input: open\n"},
-               {refusing.port(), {{0, ""}}, refused + "standard input: closed\n"},
-               // The socket does not become the standard input.
-               {listening.port(), {{0, ""}}, "handle: connected\nstandard input: closed\n"}};
-  for (const auto& c : cases) {
-    const ProbeResult run = probe("connect 127.0.0.1 " + c.port, {.streams = c.streams});
-    EXPECT_EQ(run.out + run.err, c.expected);
-  }
+  const ProbeOptions closed = {.streams = {{0, ""}}};
+  EXPECT_EQ(outputOf("connect 127.0.0.1 " + refusing.port()), refused + "standard input: open\n");
+  EXPECT_EQ(probe("connect 127.0.0.1 " + refusing.port(), closed).out,
+            refused + "standard input: closed\n");
+  // The socket does not become the standard input.
+  EXPECT_EQ(probe("connect 127.0.0.1 " + listening.port(), closed).out,
+            "handle: connected\nstandard input: closed\n");
 #ifndef _WIN32
   EXPECT_EQ(outputOf("connect 127.0.0.1 " + listening.port() + " 3"),
             "HDF5 stream: FAILED to open connection\n" + refused + "standard input: open\n")

@@ -38,21 +38,20 @@ struct RecordingCatcher : VerboseCatcher {
   }
   void enterSection(const VerboseStream::Indentator* section, int level, const char* file, int line,
                     const char* function) override {
-    open.push_back(section);
+    open = section;
     events.push_back("enter " + std::to_string(level) + file + std::to_string(line) + function);
     if (onSection)
       onSection();
   }
   void leaveSection(const VerboseStream::Indentator* section, int level,
                     const char* file) override {
-    EXPECT_EQ(section, open.back());
-    open.pop_back();
+    EXPECT_EQ(section, open);
     events.push_back("leave " + std::to_string(level) + file);
   }
 
   std::vector<std::string> events, texts;
   std::function<void()> onMessage, onSection;
-  std::vector<const VerboseStream::Indentator*> open;
+  const VerboseStream::Indentator* open = nullptr;
 };
 
 // Installs a catcher for one test.
@@ -71,13 +70,17 @@ VerboseStream message(int level, const std::string& domain = "") {
 } // namespace
 
 TEST(Verbose, CountsBytesInBinaryUnits) {
-  const long long kib = 1 << 10, mib = 1 << 20, gib = 1 << 30;
+  const long long mib = 1 << 20, gib = 1 << 30;
   using Limits = std::numeric_limits<long long>;
-  const std::pair<long long, const char*> cases[] = {
-      {500, "0KiB"},        {kib - 1, "0KiB"},      {kib, "1KiB"},
-      {mib - 1, "1023KiB"}, {mib, "1MiB"},          {gib - 1, "1023MiB"},
-      {gib, "1GiB"},        {4 * gib - 1, "3GiB"},  {Limits::max(), "8589934592GiB"},
-      {-500, "0KiB"},       {-3 * mib, "-3072KiB"}, {Limits::min(), "-9007199254740992KiB"}};
+  const std::pair<long long, const char*> cases[] = {{1023, "0KiB"},
+                                                     {1024, "1KiB"},
+                                                     {mib - 1, "1023KiB"},
+                                                     {mib, "1MiB"},
+                                                     {gib - 1, "1023MiB"},
+                                                     {gib, "1GiB"},
+                                                     {Limits::max(), "8589934592GiB"},
+                                                     {-3 * mib, "-3072KiB"},
+                                                     {Limits::min(), "-9007199254740992KiB"}};
   for (const auto& [bytes, text] : cases)
     EXPECT_EQ(VerboseStream::MemString(bytes), text) << bytes;
 }
@@ -176,9 +179,8 @@ TEST(Verbose, MalformedDomainLevelSurfaces) {
   }
   EXPECT_EQ(errorsOf("show 0", {{domainList, "x:"}, {readFile, "same"}, {writtenFile, "same"}}), "")
       << "at unload";
-  const ProbeResult passing = probe("unwinding");
-  EXPECT_EQ(passing.out, "0\npassing\n");
-  EXPECT_EQ(passing.err, "\033[0mMem<  0> \033[1m\033[31munwinding1\033[0m\n" + red("macro"));
+  EXPECT_EQ(errorsOf("unwinding"),
+            "\033[0mMem<  0> \033[1m\033[31munwinding1\033[0m\n" + red("macro"));
 }
 
 TEST(Verbose, MacrosEvaluateOnlyWhatIsShown) {
@@ -258,9 +260,8 @@ TEST(Verbose, KeepsTheListThatItReads) {
       red("WARNING: TOLVANE_VERBOSITY_FILE_WRITE is identical to TOLVANE_VERBOSITY_FILE_READ  The "
           "verbosity file has NOT been updated! ");
   writeFile("both.txt", "#x\n");
-  const Variables same = {{writtenFile, "both.txt"}, {readFile, "both.txt"}};
-  EXPECT_EQ(errorsOf("show 0", same), warning);
-  EXPECT_EQ(errorsOf("write_used_files", same), warning + warning);
+  EXPECT_EQ(errorsOf("write_used_files", {{writtenFile, "both.txt"}, {readFile, "both.txt"}}),
+            warning + warning);
   EXPECT_EQ(contentOf("both.txt"), "#x\n");
 }
 
@@ -326,13 +327,11 @@ TEST_F(VerboseCatching, EveryKindOfValueIsAppended) {
   const char* null = nullptr;
   char* nullCharacters = nullptr;
   const void* const address = characters;
-  char printed[64];
-  std::snprintf(printed, sizeof printed, "%p", address);
   using Double = std::numeric_limits<double>;
+  const std::string a0b("a\0b", 3);
   using Append = std::function<void(VerboseStream&)>;
   const std::pair<std::string, Append> cases[] = {
-      {std::string("a\0b", 3), [](auto& s) { s << std::string("a\0b", 3) << std::string(); }},
-      {"view", [](auto& s) { s << std::string_view("view!", 4); }},
+      {a0b + "view", [&](auto& s) { s << a0b << std::string() << std::string_view("view!", 4); }},
       {"mutable", [&](auto& s) { s << characters << null << nullCharacters; }},
       {"-2147483648,1", [](auto& s) { s << std::numeric_limits<int>::min() << ',' << true; }},
       {"4294967295 18446744073709551615", [](auto& s) { s << ~0U << ' ' << ~0ULL; }},
@@ -343,8 +342,8 @@ TEST_F(VerboseCatching, EveryKindOfValueIsAppended) {
       {"inf -inf", [](auto& s) { s << Double::infinity() << ' ' << -Double::infinity(); }},
       {Typename(typeid(VerboseStream)), [](auto& s) { s << typeid(VerboseStream); }},
       {" - NO CACHE!", [](auto& s) { s << WeakPtr<Cache, CacheBase>(); }},
-      {printed, [&](auto& s) { s << address; }},
-      {printed, [&](auto& s) { s << static_cast<void*>(characters); }},
+      {to_address_string(address), [&](auto& s) { s << address; }},
+      {to_address_string(address), [&](auto& s) { s << static_cast<void*>(characters); }},
   };
   for (const auto& c : cases) {
     {
@@ -368,24 +367,29 @@ TEST_F(VerboseCatching, CatcherGetsMessagesAndSectionsInsteadOfTheErrorStream) {
       const VerboseRecursion recursion('*'), deeper('#');
       message(1) << "c";
     }
-    TOLVANE_SECTION(6);
     message(1) << "d";
     std::thread([] { message(1) << "e"; }).join();
   }
-  message(1) << "f";
+  int line = 0;
+  for (const bool first : {true, false}) // each macro is a single statement
+    if (first)
+      TOLVANE_VERBOSE((line = __LINE__, 1)) << "first";
+    else
+      TOLVANE_VERBOSE_DOMAIN(3, std::string("domain ") + "text") << "second";
+  TOLVANE_SECTION(6);
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
-  ASSERT_EQ(catcher->events.size(), 11U);
-  for (const auto& [i, start] : {std::pair(8, "leave 6"), std::pair(5, "enter 6")}) {
-    const std::string& event = catcher->events[static_cast<std::size_t>(i)];
-    EXPECT_TRUE(event.starts_with(start) && event.find("VerboseTest.cpp") != event.npos) << event;
-    catcher->events.erase(catcher->events.begin() + i);
-  }
   const std::string place = "|f.cpp:7: In function f(): |";
-  EXPECT_EQ(catcher->events, (std::vector<std::string>{
-                                 "500" + place + "a|Mem|0| ", "500|:-3: In function : ||+Mem|0| ",
-                                 "enter 5g.cpp8g()", "1" + place + "b||2|-", "1" + place + "c||4|#",
-                                 "1" + place + "d||4| ", "1" + place + "e||0| ", "leave 5g.cpp",
-                                 "1" + place + "f||0| "}));
+  const std::vector<std::string> told(catcher->events.begin(), catcher->events.begin() + 8);
+  EXPECT_EQ(told, (std::vector<std::string>{
+                      "500" + place + "a|Mem|0| ", "500|:-3: In function : ||+Mem|0| ",
+                      "enter 5g.cpp8g()", "1" + place + "b||2|-", "1" + place + "c||4|#",
+                      "1" + place + "d||2|-", "1" + place + "e||0| ", "leave 5g.cpp"}));
+  const std::string rest = testing::PrintToString(
+      std::vector<std::string>(catcher->events.begin() + 8, catcher->events.end()));
+  EXPECT_TRUE(matches(rest, R"re(\{ "1\|.*VerboseTest.cpp:)re" + std::to_string(line) +
+                                R"re(: .*InsteadOfTheErrorStream.*\|first\|\|0\| ", )re"
+                                R"re("3.*\|second\|domain text\|0\| ", "enter 6.*Test.cpp.* \})re"))
+      << rest;
 }
 
 TEST_F(VerboseCatching, CatcherMayDieAndBeReplaced) {
@@ -394,14 +398,13 @@ TEST_F(VerboseCatching, CatcherMayDieAndBeReplaced) {
     message(level) << "m";
     return textOf(testing::internal::GetCapturedStderr());
   };
-  EXPECT_EQ(errorsAt(0), "");
   const StrongPtr<VerboseCatcher> strong = VerboseCatcher::theCatcher;
   const WeakPtr<VerboseCatcher> weak = VerboseCatcher::theCatcher;
   EXPECT_TRUE(VerboseCatcher::theCatcher && strong.get() == catcher.get() && weak == strong);
 
   StrongPtr<RecordingCatcher, VerboseCatcher> dying = new RecordingCatcher;
   // The call holds its catcher, also when the last other pointer goes meanwhile.
-  WeakPtr<RecordingCatcher, VerboseCatcher> watched = dying;
+  const WeakPtr<RecordingCatcher, VerboseCatcher> watched = dying;
   bool caught = false;
   dying->onMessage = [&] {
     dying = nullptr;
@@ -419,16 +422,12 @@ TEST_F(VerboseCatching, CatcherMayDieAndBeReplaced) {
     EXPECT_EQ(onTheStack.texts.size(), 1U);
   }
   EXPECT_EQ(errorsAt(0), red("m"));
-  VerboseCatcher::theCatcher = WeakPtr<VerboseCatcher>();
-  EXPECT_EQ(errorsAt(0), red("m"));
-  EXPECT_EQ(catcher->texts.size(), 1U);
 }
 
 TEST_F(VerboseCatching, CatcherMayIssueMessagesAndThrow) {
   testing::internal::CaptureStderr();
   catcher->onMessage = catcher->onSection = [] {
     message(0) << "from inside";
-    message(1) << "not shown";
     TOLVANE_VERBOSE(1) << "not shown";
     TOLVANE_SECTION(1);
   };
@@ -443,34 +442,7 @@ TEST_F(VerboseCatching, CatcherMayIssueMessagesAndThrow) {
   catcher->onMessage = catcher->onSection = [] { throw std::runtime_error("from the catcher"); };
   EXPECT_THROW(message(9) << "m", std::runtime_error);
   EXPECT_THROW(TOLVANE_SECTION(1), std::runtime_error);
-  try {
-    struct Loud {
-      ~Loud() { message(9) << "while unwinding"; }
-    } const loud;
-    throw 1;
-  } catch (int) {
-  }
-  EXPECT_EQ(catcher->texts.back(), "while unwinding");
   catcher->onMessage = nullptr;
   message(9) << "m"; // neither the mark of a running call nor the indentation was left behind
   EXPECT_TRUE(catcher->events.back().ends_with("|m||0| ")) << catcher->events.back();
-}
-
-TEST_F(VerboseCatching, MacrosAreSingleStatements) {
-  int evaluated = 0;
-  const auto count = [&] { return ++evaluated; };
-  const int line = __LINE__ + 3;
-  for (const bool first : {true, false})
-    if (first)
-      TOLVANE_VERBOSE(count()) << "first";
-    else
-      TOLVANE_VERBOSE_DOMAIN(3, std::string("domain ") + "text") << "second";
-  const std::string &one = catcher->events.at(0), &two = catcher->events.at(1);
-  EXPECT_TRUE(one.find("VerboseTest.cpp:" + std::to_string(line)) != one.npos &&
-              one.find("MacrosAreSingleStatements") != one.npos && one.ends_with("|first||0| "))
-      << one;
-  EXPECT_TRUE(two.ends_with("|second|domain text|0| ")) << two;
-  VerboseCatcher::theCatcher = nullptr;
-  TOLVANE_VERBOSE(1) << count();
-  EXPECT_EQ(evaluated, 1);
 }

@@ -4,7 +4,6 @@
 #include <tolvane/Environment.hpp>
 #include <tolvane/Exception.hpp>
 #include <tolvane/Socket.hpp>
-#include <tolvane/SystemMemory.hpp>
 #include <tolvane/Typename.hpp>
 #include <tolvane/Verbose.hpp>
 
@@ -101,12 +100,6 @@ const probe::Commands commands = {
     {"type_is_named",
      [](const Arguments& a) {
        std::puts(detail::typeByName(a.at(0)) != typeid(void) ? "1" : "0");
-     }},
-    {"relative_memory_before_baseline",
-     [](const Arguments&) {
-       getMemUsage(); // the first query may allocate
-       const auto usage = static_cast<long long>(getMemUsage());
-       std::printf("%llu %lld\n", getInitialMemUsage(), getRelativeMemUsage() - usage);
      }},
     // HOST PORT [HOW MANY FILES MAY BE OPEN]
     {"connect",

@@ -13,13 +13,7 @@ using namespace Tolvane;
 namespace {
 
 struct Pointed : ReferenceBase<Pointed> {
-  void unction() override {
-    if (takeBack)
-      kept = this;
-    takeBack = false;
-  }
-  bool takeBack = false;
-  static inline StrongPtr<Pointed> kept;
+  int number = 0;
 };
 
 struct NamedLater {};
@@ -44,7 +38,6 @@ PROBE_COMMAND(speak) {
   const std::type_info &type = typeid(NamedLater), &i = typeid(int), &b = typeid(bool);
   const void *const p = address(0x10), *const q = address(0x20);
   const std::map<std::string, std::function<void()>> reports = {
-      {"nothing", [] {}},
       {"CriticalWarning", [&] { s.CriticalWarning(type, type, p, q); }},
       {"SelfConstruction", [&] { s.SelfConstruction(type, p, p); }},
       {"NullPtrException", [&] { const NullPtrException exception(type, type); }},
@@ -57,14 +50,10 @@ PROBE_COMMAND(speak) {
            s.InvalidPtrAccess(true, type, typeid(double), i, b, -3, 4, p, q, ~std::uint64_t{0});
          });
        }},
-      {"DestructionCancelled0", [&] { s.DestructionCancelled(0, 1, type); }},
-      {"DestructionCancelled", [&] { s.DestructionCancelled(1, 0, type); }},
+      {"DestructionCancelled",
+       [&] { s.DestructionCancelled(std::stoi(arguments.at(1)), 0, type); }},
       {"DestructionAssertion", [&] { s.DestructionAssertion(0, 0, type); }},
-      {"WarningUnctionChange", [&] { s.WarningUnctionChange(2, 2, type); }},
       {"DynPtrInvalid", [&] { s.DynPtrInvalid(nullptr, nullptr, 0, 0, type); }},
-      {"WeakPtrConstructionInfo", [&] { s.WeakPtrConstructionInfo(0, 0, type, nullptr); }},
-      {"WeakPtrDestructionInfo", [&] { s.WeakPtrDestructionInfo(0, 0, type, nullptr); }},
-      {"IncrementDeadRefPtr", [&] { IncrementDeadRefPtr::inc(-111, 2, type, type); }},
   };
   reports.at(arguments.at(0))();
   return 0;
@@ -81,30 +70,16 @@ PROBE_COMMAND(point) {
          StrongPtr<Pointed> copy = weak.lock();
          copy = std::move(strong);
        }},
-      {"take-back",
-       [&] {
-         object->takeBack = true;
-         strong.reset();
-         Pointed::kept.reset();
-       }},
-      {"copy-dead-weak", [&] { strong.reset(), WeakPtr<Pointed>(weak).reset(); }},
-      {"lock-dead", [&] { strong.reset(), weak.lock().reset(); }},
       {"copy-dead-strong",
        [&] {
          delete object;
          const StrongPtr<Pointed> copy = strong;
        }},
-      {"release-without-object",
-       [&] {
-         detail::PointerAccess::referer(strong)->takeObject();
-         strong.reset();
-         delete object;
-       }},
       {"access",
        [&] {
          std::printf("id #%llu\n", static_cast<unsigned long long>(weak.serial()));
          strong.reset();
-         expectNullPtrException([&] { weak->takeBack = true; });
+         expectNullPtrException([&] { weak->number = 1; });
        }},
   };
   deeds.at(arguments.at(0))();

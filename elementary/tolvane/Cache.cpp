@@ -106,7 +106,9 @@ bool Cache::insert(const WeakPtr<Cacheable>& object, bool asOldest) {
              << mem(getAvailableMemory()) << " of " << mem(getMemorySize()) << "]";
     }
   }
-  if (objects_.hasZombies() || !fits(applicant.cost)) {
+  bool fitsNow = fits(applicant.cost);
+  CreatorCacheMap::Place place;
+  if (objects_.hasZombies() || !fitsNow) {
     alive = detail::Held<CacheBase>(self());
     // Others decide now what becomes of this object, too, as if nobody asked for it.
     applicant.object = {};
@@ -117,14 +119,19 @@ bool Cache::insert(const WeakPtr<Cacheable>& object, bool asOldest) {
         return false;
       }
       applicant.object = {};
+      fitsNow = fits(applicant.cost);
     }
-    if (!makeRoom(*applicant.creatorDomain, *applicant.domain, applicant.cost)) {
+    place = objects_.find(*applicant.creatorDomain, *applicant.domain);
+    if (!fitsNow && !makeRoom(place, *applicant.creatorDomain, *applicant.domain, applicant.cost)) {
       return refuse(applicant.cost, *applicant.creatorDomain, *applicant.domain);
     }
     applicant.object = detail::Held<Cacheable>(object);
+  } else {
+    place = objects_.find(*applicant.creatorDomain, *applicant.domain);
   }
   if (!applicant.object.owned() ||
-      !objects_.insert(*applicant.object, *applicant.creatorDomain, *applicant.domain, asOldest)) {
+      !objects_.insert(*applicant.object, place, *applicant.creatorDomain, *applicant.domain,
+                       asOldest)) {
     return refuse(applicant.cost, *applicant.creatorDomain, *applicant.domain);
   }
   if (verbosity() >= 11) {
@@ -177,21 +184,19 @@ bool Cache::fits(memsize_t cost) const {
 bool Cache::adjust(const std::type_info& creatorType, const std::type_info& domainType,
                    memsize_t newCost) {
   const detail::Held<CacheBase> alive(self());
-  return makeRoom(creatorType, domainType, newCost);
+  return fits(newCost) ||
+         makeRoom(objects_.find(creatorType, domainType), creatorType, domainType, newCost);
 }
 
-/// Needs a hold on the cache.
-bool Cache::makeRoom(const std::type_info& creatorType, const std::type_info& domainType,
-                     memsize_t newCost) {
-  if (fits(newCost)) {
-    return true;
-  }
+/// Needs a hold on the cache, for what is asked to go may let go of it.
+bool Cache::makeRoom(const CreatorCacheMap::Place& place, const std::type_info& creatorType,
+                     const std::type_info& domainType, memsize_t newCost) {
   if (verbosity() > 10) {
     std::printf("bool Cache::adjust(): Have %llu Allowed %llu new %llu\n", totalCost(false),
                 limit(), newCost);
     std::fflush(stdout);
   }
-  return objects_.adjust(creatorType, domainType, *this, newCost);
+  return objects_.adjust(place, creatorType, domainType, *this, newCost);
 }
 
 CacheStatistics Cache::statistics() const {

@@ -44,6 +44,10 @@ CacheMultiQueue& CacheMap::obtain(const std::type_info& domainType) {
   return queues;
 }
 
+CacheMultiQueue* CacheMap::find(const std::type_info& domainType) const {
+  return domains_->find(domainType);
+}
+
 bool CacheMap::insert(const WeakPtr<Cacheable>& object, bool asOldest) {
   detail::Held<Creature> creator; // let go of after the object
   const detail::Held<Cacheable> held(object);
@@ -124,13 +128,18 @@ void CacheMap::purge_Hades() {
 }
 
 bool CacheMap::adjust(const std::type_info& domainType, const CacheBase& cache, memsize_t newCost) {
+  return adjust(find(domainType), domainType, cache, newCost);
+}
+
+/// The same with the queues of the domain, as far as there are any.
+bool CacheMap::adjust(CacheMultiQueue* own, const std::type_info& domainType,
+                      const CacheBase& cache, memsize_t newCost) {
   if (Cache::verbosity() >= 11) {
     std::printf("   CacheMap::adjust(%s, Cache, newCost=%luMB) HAVE %luMB of this domain\n",
                 Typename(domainType).c_str(), static_cast<unsigned long>(newCost >> 20),
                 static_cast<unsigned long>(memsize(true) >> 20));
     std::fflush(stdout);
   }
-  CacheMultiQueue* const own = domains_->find(domainType);
   if (own != nullptr && own->adjust(cache, newCost)) {
     return true;
   }

@@ -96,6 +96,9 @@ private:
   struct Domains;
 
   bool insert(Cacheable& object, const std::type_info& domainType, bool asOldest);
+  bool adjust(CacheMultiQueue* own, const std::type_info& domainType, const CacheBase& cache,
+              memsize_t newCost);
+  CacheMultiQueue* find(const std::type_info& domainType) const;
   CacheMultiQueue& obtain(const std::type_info& domainType);
 
   std::shared_ptr<detail::CacheTotals> totals_;

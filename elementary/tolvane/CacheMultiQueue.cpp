@@ -26,10 +26,7 @@ CacheMultiQueue::~CacheMultiQueue() {
   purge_Hades();
 }
 
-CacheQueue& CacheMultiQueue::obtain(Slot& slot, CacheQueue::Role role) {
-  if (CacheQueue* queue = slot.get()) {
-    return *queue;
-  }
+CacheQueue& CacheMultiQueue::make(Slot& slot, CacheQueue::Role role) {
   const std::lock_guard lock(mutex_);
   if (slot.get() == nullptr) {
     slot.owner = new CacheQueue(totals_, this, role);

@@ -101,6 +101,7 @@ public:
 
 private:
   friend class CacheMap;
+  friend class CreatorCacheMap;
 
   /// A queue that is made when it is first needed and stays from then on.
   struct Slot {
@@ -110,7 +111,11 @@ private:
     CacheQueue* get() const noexcept { return queue.load(std::memory_order_acquire); }
   };
 
-  CacheQueue& obtain(Slot& slot, CacheQueue::Role role);
+  CacheQueue& obtain(Slot& slot, CacheQueue::Role role) {
+    CacheQueue* const queue = slot.get();
+    return queue != nullptr ? *queue : make(slot, role);
+  }
+  CacheQueue& make(Slot& slot, CacheQueue::Role role);
   bool insert(Cacheable& object, bool asOldest);
   template <class Visit>
   void forEachQueue(Visit visit) const;

@@ -56,12 +56,23 @@ bool CreatorCacheMap::insert(const WeakPtr<Cacheable>& object, bool asOldest) {
     return false;
   }
   creator = held->holdCreator();
-  return insert(*held, held->CreatorType(), held->DomainType(), asOldest);
+  const std::type_info& creatorType = held->CreatorType();
+  const std::type_info& domainType = held->DomainType();
+  return insert(*held, find(creatorType, domainType), creatorType, domainType, asOldest);
 }
 
 /// Inserts an object that the caller holds together with its creator.
-bool CreatorCacheMap::insert(Cacheable& object, const std::type_info& creatorType,
-                             const std::type_info& domainType, bool asOldest) {
+bool CreatorCacheMap::insert(Cacheable& object, const Place& place,
+                             const std::type_info& creatorType, const std::type_info& domainType,
+                             bool asOldest) {
+  if (place.queues != nullptr) {
+    if (place.queues->insert(object, asOldest)) {
+      return true;
+    }
+    if (!place.queues->closed()) {
+      return false;
+    }
+  }
   for (;;) {
     CacheMap& map = obtain(creatorType);
     if (map.insert(object, domainType, asOldest)) {
@@ -72,6 +83,12 @@ bool CreatorCacheMap::insert(Cacheable& object, const std::type_info& creatorTyp
     }
     // The domain was taken out in this moment: the object goes into a new one.
   }
+}
+
+CreatorCacheMap::Place CreatorCacheMap::find(const std::type_info& creatorType,
+                                             const std::type_info& domainType) const {
+  CacheMap* const map = find(creatorType);
+  return {map, map != nullptr ? map->find(domainType) : nullptr};
 }
 
 bool CreatorCacheMap::hasZombies() const noexcept {
@@ -144,15 +161,20 @@ void CreatorCacheMap::purge_Hades() {
 
 bool CreatorCacheMap::adjust(const std::type_info& creatorType, const std::type_info& domainType,
                              const CacheBase& cache, memsize_t newCost) {
-  CacheMap* const own = find(creatorType);
+  return adjust(find(creatorType, domainType), creatorType, domainType, cache, newCost);
+}
+
+bool CreatorCacheMap::adjust(const Place& own, const std::type_info& creatorType,
+                             const std::type_info& domainType, const CacheBase& cache,
+                             memsize_t newCost) {
   if (Cache::verbosity() >= 11) {
-    const memsize_t have = own != nullptr ? own->memsize(true) : 0;
+    const memsize_t have = own.map != nullptr ? own.map->memsize(true) : 0;
     std::printf(" CreatorCacheMap::adjust(%s, Cache, newCost=%luMB) HAVE %luMB of this domain\n",
                 Typename(creatorType).c_str(), static_cast<unsigned long>(newCost >> 20),
                 static_cast<unsigned long>(have >> 20));
     std::fflush(stdout);
   }
-  if (own != nullptr && own->adjust(domainType, cache, newCost)) {
+  if (own.map != nullptr && own.map->adjust(own.queues, domainType, cache, newCost)) {
     return true;
   }
   if (domains_->any(

@@ -89,8 +89,18 @@ private:
   friend class Cache;
   struct Domains;
 
-  bool insert(Cacheable& object, const std::type_info& creatorType,
+  /// Where objects of a creator domain and a data domain belong, as far as there is something yet.
+  /// Found once for all that an insertion does.
+  struct Place {
+    CacheMap* map = nullptr;
+    CacheMultiQueue* queues = nullptr;
+  };
+  Place find(const std::type_info& creatorType, const std::type_info& domainType) const;
+
+  bool insert(Cacheable& object, const Place& place, const std::type_info& creatorType,
               const std::type_info& domainType, bool asOldest);
+  bool adjust(const Place& own, const std::type_info& creatorType, const std::type_info& domainType,
+              const CacheBase& cache, memsize_t newCost);
   bool hasZombies() const noexcept;
   CacheMap& obtain(const std::type_info& creatorType);
   CacheMap* find(const std::type_info& creatorType) const;

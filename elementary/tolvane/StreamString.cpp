@@ -17,21 +17,43 @@ const char StreamString::non_identifier_characters[14] = "=#<>@?, !\r\t\n\"";
 
 namespace {
 
-/// A set of bytes that is asked about many times. It also knows what a reader cannot just run over.
+/// A set of bytes that is asked about many times. It also knows what a reader cannot just run over,
+/// and what a writer cannot put between quotes.
 class ByteSet {
 public:
   explicit constexpr ByteSet(std::string_view bytes) {
-    kinds_[0] = kinds_['\n'] = Kind::Stops;
     for (const char c : bytes)
-      kinds_[static_cast<unsigned char>(c)] = Kind::In;
+      of(c) |= In | Stops;
+    for (const char c : {'\0', '\n'})
+      of(c) |= Stops;
+    for (const char c : {'\t', '\n', '\r', '"'})
+      of(c) |= NotQuoted;
   }
-  constexpr bool has(char c) const { return kinds_[static_cast<unsigned char>(c)] == Kind::In; }
+  constexpr bool has(char c) const { return (of(c) & In) != 0; }
   /// True also for a line feed and a NUL.
-  constexpr bool stops(char c) const { return kinds_[static_cast<unsigned char>(c)] != Kind::Out; }
+  constexpr bool stops(char c) const { return (of(c) & Stops) != 0; }
+
+  /// What the bytes of a text are.
+  class Sum {
+  public:
+    Sum(const ByteSet& set, const std::string& text) {
+      for (const char c : text) // without a branch
+        flags_ |= set.of(c);
+    }
+    bool anyIn() const { return (flags_ & In) != 0; }
+    bool anyNotQuoted() const { return (flags_ & NotQuoted) != 0; }
+
+  private:
+    unsigned flags_ = 0;
+  };
 
 private:
-  enum class Kind : unsigned char { Out, Stops, In };
-  std::array<Kind, 256> kinds_{};
+  static constexpr unsigned char In = 1, Stops = 2, NotQuoted = 4;
+
+  constexpr unsigned char& of(char c) { return flags_[static_cast<unsigned char>(c)]; }
+  constexpr unsigned char of(char c) const { return flags_[static_cast<unsigned char>(c)]; }
+
+  std::array<unsigned char, 256> flags_{};
 };
 
 constexpr std::string_view usualBytes = "=#<>@?, !\r\t\n\"";
@@ -221,16 +243,14 @@ std::string StreamString::encodeCtrlChar(const std::string& s) {
 std::string StreamString::encodeIdentifier(const std::string& s, const std::string& specials) {
   if (s.empty())
     return "\"\"";
-  const GivenSet set(specials);
-  if (std::ranges::none_of(s, [&](char c) { return (*set).has(c); }))
+  const ByteSet::Sum bytes(*GivenSet(specials), s);
+  if (!bytes.anyIn())
     return s;
-  constexpr ByteSet framing("\t\n\r\"");
-  const bool framed = std::ranges::any_of(s, [&](char c) { return framing.has(c); });
   std::string token;
   token.reserve(s.size() + 2);
-  token += framed ? STX : '"';
+  token += bytes.anyNotQuoted() ? STX : '"';
   token += s;
-  return token += framed ? ETX : '"';
+  return token += bytes.anyNotQuoted() ? ETX : '"';
 }
 
 std::string StreamString::encodeEscaped(const std::string& s) {

@@ -179,6 +179,12 @@ const char* colour(int level) {
   return "\033[1m";
 }
 
+/// What opens the editor at the place of a message; empty when there is no editor.
+std::string editorCommand(const char* file, int line) {
+  const std::string& editor = VerboseFiles::instance().editor;
+  return editor.empty() ? "" : editor + " +" + std::to_string(line) + " " + (file ? file : "");
+}
+
 std::string cacheText(const detail::CacheFigures& figures) {
   if (!figures.present)
     return " - NO CACHE!";
@@ -190,18 +196,16 @@ std::string cacheText(const detail::CacheFigures& figures) {
 
 VerboseStream::VerboseStream(Noted, bool breakpoint, int level, const char* file, int line,
                              const char* func, std::string_view domain)
-    : level_(level), file_(file), line_(line), function_(func), domain_(domain), suppressed_(false),
-      breakpoint_(breakpoint) {
-  if (const std::string& editor = VerboseFiles::instance().editor; !editor.empty())
-    editorCommand_ = editor + " +" + std::to_string(line) + " " + (file ? file : "");
-}
+    : level_(level), file_(file), line_(line), function_(func),
+      editorCommand_(editorCommand(file, line)), domain_(domain), suppressed_(false),
+      breakpoint_(breakpoint) {}
 
 VerboseStream::VerboseStream(bool suppressed, bool breakpoint, int level, const char* file,
                              int line, const char* func, const std::string& initialText,
                              const std::string& domain)
-    : VerboseStream(Noted{}, breakpoint, level, file, line, func, domain) {
-  text_ = initialText;
-  suppressed_ = VerboseFiles::instance().enterFile(file) || suppressed;
+    : level_(level), file_(file), line_(line), function_(func), text_(initialText),
+      editorCommand_(editorCommand(file, line)), domain_(domain),
+      suppressed_(VerboseFiles::instance().enterFile(file) || suppressed), breakpoint_(breakpoint) {
 }
 
 VerboseStream::VerboseStream(bool suppressed, bool breakpoint, int level, const char* file,

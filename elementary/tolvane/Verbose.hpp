@@ -40,7 +40,8 @@
 /// @par Thread safety
 /// Messages may come from any thread, also from static objects before `main` and after its end.
 /// Each object belongs to one thread. The indentation is kept per thread. A message is written
-/// with one call; lines of two threads may still interleave where the system splits it.
+/// with one call, behind what stands in the buffer of the standard error stream; lines of two
+/// threads, or of the host, may still interleave where the system or the host splits theirs.
 
 #include <tolvane/Api.hpp>
 #include <tolvane/MemorySize.hpp>

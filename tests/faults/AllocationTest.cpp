@@ -640,6 +640,7 @@ void reports() {
   inject<Catching>({
       HALVES(TOLVANE_VERBOSE_DOMAIN(9, longText) << longText),
       HALVES(TOLVANE_SECTION(0)),
+      DO(VerboseStream(true, true, 0, "file.cpp", 1, "f", longText, longText)), // not even in parts
       DO(VerboseCatcher::theCatcher = nullptr),
   });
 }

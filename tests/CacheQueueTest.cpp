@@ -10,6 +10,10 @@ namespace {
 
 // A queue with its side queues under a budget that counts what can be released.
 struct Side : CacheBase {
+  std::string orders() const {
+    return order(&queue) + "|" + order(&temporaries) + "|" + order(&keepers);
+  }
+
   // Pushes objects of 10 bytes, each named by a letter that its creator's answer follows.
   explicit Side(Population& all, const std::string& entries, memsize_t bytes = 0)
       : CacheBase("side"), most(bytes) {
@@ -70,6 +74,43 @@ TEST(CacheQueue, IterationStopsAtTheFirstNo) {
   dropping.all = &all;
   EXPECT_EQ(side.queue.iterate(dropping), 2u);
   EXPECT_EQ(dropping.seen, "ca");
+}
+
+TEST(CacheQueue, Eviction) {
+  const struct {
+    const char* entries; // from the oldest, see Side
+    memsize_t limit, cost;
+    bool room;
+    const char *orders, *asked;
+  } cases[] = {
+      // An empty queue answers yes, whatever the cost.
+      {"", 0, largest, true, "||", ""},
+      // Equality with the limit, and one byte more.
+      {"a2b2c2", 40, 10, true, "cba||", ""},
+      {"a2b2c2", 40, 11, true, "cb||", "a"},
+      {"a2b2c2", 29, 0, true, "cb||", "a"},
+      // The last one may make the room; without it the drained queue says no.
+      {"a2b2c2", 40, 40, true, "||", "abc"},
+      {"a2b2c2", 40, 41, false, "||", "abc"},
+      // What cannot go now or ever.
+      {"a1b1c1", 30, 1, false, "|cba|", "abc"},
+      {"a0b0c0", 5, 10, false, "||cba", "abc"},
+      {"a1b2c0", 20, 5, true, "|a|c", "abc"},
+      // The sum of total and cost does not fit 64 bits.
+      {"a2b2c2", largest, largest, true, "||", "abc"},
+      {"a2b2c2", largest, largest - 10, true, "c||", "ab"},
+      {"a2b2c2", largest - 1, largest, false, "||", "abc"},
+      {"a1b1c1", largest, largest - 29, false, "|cba|", "abc"},
+  };
+  for (const auto& test : cases) {
+    SCOPED_TRACE(std::string(test.entries) + " limit " + std::to_string(test.limit) + " cost " +
+                 std::to_string(test.cost));
+    Population all;
+    Side side(all, test.entries, test.limit);
+    EXPECT_EQ(side.adjust(test.cost), test.room);
+    EXPECT_EQ(side.orders(), test.orders);
+    EXPECT_EQ(all.asked(), test.asked);
+  }
 }
 
 TEST(CacheQueue, ReleasedDataThatStayAreReported) {

@@ -67,6 +67,19 @@ TEST(Cache, Survivors) {
         << now.total.str();
     EXPECT_GE(now.peak, now.freeable);
   }
+  // Costs that do not fit 64 bits beside an object of 10 bytes, which goes or stays.
+  const std::tuple<memsize_t, memsize_t, const char*> wraps[] = {
+      {100, largest, "b||"},           // drained, then the empty queue says yes
+      {largest, largest - 10, "ba||"}, // exactly at the limit
+      {largest, largest - 9, "b||"},   // the sum is 2^64
+      {memsize_t{1} << 63, memsize_t{1} << 63, "b||"}};
+  for (const auto& [limit, cost, orderAfter] : wraps) {
+    const CachePtr cache = new Cache(limit, "cache");
+    Population all;
+    EXPECT_TRUE(cache->insert(all.add('a', 10), false) &&
+                cache->insert(WeakPtr<Cacheable>(all.add('b', cost)), false));
+    EXPECT_EQ(order(*cache), orderAfter) << cost;
+  }
 }
 
 // The own domain is asked first: one that is full of what nobody uses leaves the other, which

@@ -218,25 +218,13 @@ TEST_F(LoaderRegistryTest, TellsWhoWasAskedAndWhyEachRefused) {
   }
 }
 
-TEST_F(LoaderRegistryTest, AsksOnlyWhatWasThereAndStillIs) {
-  // The first loader takes all out, itself included, and adds others.
-  order[0]->onRun = [] {
-    Base::forget(typeid(Domain));
-    append<3>();
-    append<4>();
-    return false;
-  };
-  EXPECT_FALSE(load(nullptr));
-  EXPECT_EQ(Scripted::asked, "-");
-  EXPECT_EQ(Base::loaders(typeid(Domain)).size(), 2u);
-}
-
 TEST(LoaderBase, ComparesExtensions) {
   ASSERT_STREQ(std::setlocale(LC_CTYPE, nullptr), "C"); // where bytes above 127 have no case
   const struct {
     Extensions names, extensions;
     bool supported;
   } cases[] = {{{"A.DAT", "b.dat"}, {".dat"}, true},
+               {{"A.DAT", "b.dat"}, {".DAT"}, false},
                {{"a.dat", "b.txt"}, {".dat", ".txt"}, true},
                {{"ab"}, {"", "b", "ab"}, false},
                {{"abc"}, {""}, true},

@@ -85,8 +85,9 @@ bool Cache::handleOutOfMemory(const StrongPtr<Cacheable>& object,
 
 bool Cache::insert(const WeakPtr<Cacheable>& object, bool asOldest) {
   detail::Held<CacheBase> alive; // from the moment on in which something may let go of the cache
-  if (detail::verboseThreshold.load(std::memory_order_relaxed) >= 100) {
-    alive = detail::Held<CacheBase>(self()); // a catcher may
+  if (detail::verboseThreshold.load(std::memory_order_relaxed) >= 100 || verbosity() >= 11) {
+    alive =
+        detail::Held<CacheBase>(self()); // a catcher may, and the listing comes after the object
   }
   Applicant applicant;
   if (!applicant.hold(object)) {

@@ -6,6 +6,7 @@
 #include <tolvane/UnloadLockInternal.hpp>
 #include <tolvane/Verbose.hpp>
 
+#include <cstdint>
 #include <stdexcept>
 #include <utility>
 
@@ -137,10 +138,16 @@ bool Cacheable::refreshAtOnce(const detail::CacheTotals* cache) noexcept {
     return false;
   }
   // The object and its neighbours come from memory while the locks are taken. A neighbour may be
-  // another one by then, or be gone: this only asks for it.
+  // gone by now, so its links are asked for by an address that is only reckoned.
+  const auto fetchLinks = [this](const Cacheable* node) {
+    const auto offset =
+        reinterpret_cast<std::uintptr_t>(&next_) - reinterpret_cast<std::uintptr_t>(this);
+    __builtin_prefetch(
+        reinterpret_cast<const void*>(reinterpret_cast<std::uintptr_t>(node) + offset), 1);
+  };
   __builtin_prefetch(&mutex_, 1);
-  __builtin_prefetch(&next_.get()->prev_, 1);
-  __builtin_prefetch(&prev_.get()->next_, 1);
+  fetchLinks(next_.get());
+  fetchLinks(prev_.get());
   const std::unique_lock own(mutex_, std::try_to_lock);
   if (!own || queue_ == nullptr || predestructed_) {
     return false;
@@ -152,10 +159,10 @@ bool Cacheable::refreshAtOnce(const detail::CacheTotals* cache) noexcept {
     return false;
   }
   // Tried only: who holds a queue waits for its entries.
-  if (!queue.queueMutex_.lockSoon()) {
+  const std::unique_lock hold(queue.queueMutex_, std::try_to_lock);
+  if (!hold) {
     return false;
   }
-  const std::lock_guard hold(queue.queueMutex_, std::adopt_lock);
   Cacheable& anchor = queue;
   const std::lock_guard ring(anchor.mutex_);
   unlink();

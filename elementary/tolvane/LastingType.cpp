@@ -1,6 +1,5 @@
 #include "LastingTypeInternal.hpp"
-
-#include <tolvane/PosixMutex.hpp>
+#include "UnloadLockInternal.hpp"
 
 #include <mutex>
 #include <string>
@@ -23,11 +22,14 @@ const std::type_info& lastingType(const std::type_info& type) {
     return type;
   }
   struct Table {
-    PosixMutex mutex{PosixMutex::Kind::Plain};
+    std::mutex mutex;
     std::unordered_map<std::string, const Lasting*> types;
   };
   static Table& table = *new Table;
-  const std::lock_guard lock(table.mutex);
+  const auto lock = lockUnlessEnding(table.mutex);
+  if (!lock.owns_lock()) {
+    return type; // The process ends, and no module goes away any more.
+  }
   const auto entry = table.types.try_emplace(type.name(), nullptr).first;
   if (entry->second == nullptr) {
     entry->second = new Lasting(entry->first.c_str());

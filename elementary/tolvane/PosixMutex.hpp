@@ -41,10 +41,6 @@ public:
   /// Takes the mutex if it is free.
   bool try_lock() noexcept { return pthread_mutex_trylock(&mutex_) == 0; }
 
-  /// Takes the mutex if it is free or becomes free while the thread spins for a moment. Returns
-  /// whether it was taken.
-  bool lockSoon() noexcept { return try_lock() || spin(); }
-
   /// Waits for the mutex for a limited time. Returns whether it was taken; throws as lock() does.
   bool lockWithin(std::chrono::seconds time) { return (!IsWatched && try_lock()) || wait(time); }
 

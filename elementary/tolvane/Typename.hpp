@@ -57,7 +57,9 @@ TOLVANE_API std::int64_t getTypeID(const std::type_info& type);
 class TOLVANE_API DefineTypenameBase {
 public:
   /// Gives @p type the readable name @p name, in place of one it had. The type must live until
-  /// the name is removed: a module that is unloaded removes the names of its types first.
+  /// the name is removed: a module that is unloaded removes the names of its types first. Each
+  /// different text stays in memory until the process ends, once, for a thread that may be reading
+  /// it; so do some hundred bytes for each type that is local to its module, each time it is named.
   /// @throws std::bad_alloc when there is no memory for the entry.
   static void setTypename(const std::type_info& type, const std::string& name);
 

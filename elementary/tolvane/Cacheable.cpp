@@ -3,6 +3,7 @@
 #include <tolvane/CreatorHoldInternal.hpp>
 #include <tolvane/Creature.hpp>
 #include <tolvane/HeldInternal.hpp>
+#include <tolvane/SpinInternal.hpp>
 #include <tolvane/UnloadLockInternal.hpp>
 #include <tolvane/Verbose.hpp>
 
@@ -131,11 +132,11 @@ void Cacheable::countDelta(memsize_t delta) noexcept {
 
 /// Makes the object the newest of the queue it stands in, which is what a touch mostly comes to, if
 /// that can be had without waiting for anybody and without looking its domain up; with a `cache`
-/// only in a primary queue of that one. Returns whether it was done.
-bool Cacheable::refreshAtOnce(const detail::CacheTotals* cache) noexcept {
+/// only in a primary queue of that one.
+Cacheable::Refresh Cacheable::refreshAtOnce(const detail::CacheTotals* cache) noexcept {
   if (100 <= detail::verboseThreshold.load(std::memory_order_relaxed) ||
       CacheQueue::Lock::anyHeldByThisThread()) {
-    return false;
+    return Refresh::Elsewhere;
   }
   // The object and its neighbours come from memory while the locks are taken. A neighbour may be
   // gone by now, so its links are asked for by an address that is only reckoned.
@@ -149,30 +150,37 @@ bool Cacheable::refreshAtOnce(const detail::CacheTotals* cache) noexcept {
   fetchLinks(next_.get());
   fetchLinks(prev_.get());
   const std::unique_lock own(mutex_, std::try_to_lock);
-  if (!own || queue_ == nullptr || predestructed_) {
-    return false;
+  if (!own) {
+    return Refresh::Busy;
+  }
+  if (queue_ == nullptr || predestructed_) {
+    return Refresh::Elsewhere;
   }
   CacheQueue& queue = *queue_;
   if (cache != nullptr &&
       (queue.totals_.get() != cache || queue.role_ != CacheQueue::Role::Primary ||
        creatorChanged_ || !creator_)) {
-    return false;
+    return Refresh::Elsewhere;
   }
   // Tried only: who holds a queue waits for its entries.
   const std::unique_lock hold(queue.queueMutex_, std::try_to_lock);
   if (!hold) {
-    return false;
+    return Refresh::Busy;
   }
   Cacheable& anchor = queue;
   const std::lock_guard ring(anchor.mutex_);
   unlink();
   linkBetween(*anchor.prev_.get(), anchor);
   queue.touched_.add(1);
-  return true;
+  return Refresh::Done;
 }
 
 bool Cacheable::markAsUsed() {
-  return refreshAtOnce(nullptr) || refresh();
+  Refresh result = refreshAtOnce(nullptr);
+  if (result == Refresh::Busy) {
+    detail::spin([&] { return (result = refreshAtOnce(nullptr)) != Refresh::Busy; });
+  }
+  return result == Refresh::Done || refresh();
 }
 
 /// The same where something is waited for, or in the way.

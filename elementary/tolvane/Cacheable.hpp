@@ -179,6 +179,13 @@ private:
     Back,    ///< It is to be asked again. Likewise only from a queue.
   };
 
+  /// What came of a touch at once.
+  enum class Refresh {
+    Done,
+    Busy,      ///< The queue or the object is held; nothing was done.
+    Elsewhere, ///< It is no such case; nothing was done.
+  };
+
   /// A link of the ring. Only whether a ring is empty is ever asked without its lock.
   class Link {
   public:
@@ -197,7 +204,7 @@ private:
   class CreatorHold;
   detail::Held<Creature, Creature> holdCreator() const;
   bool push(CacheQueue& queue, End end);
-  bool refreshAtOnce(const detail::CacheTotals* cache) noexcept;
+  Refresh refreshAtOnce(const detail::CacheTotals* cache) noexcept;
   bool refresh();
   bool enter(CacheQueue& queue, End end, Entry entry);
   bool moveTo(CacheQueue& queue, End end, Entry entry, memsize_t size);

@@ -103,7 +103,7 @@ void CreatorCacheMap::insert_zombie(const WeakPtr<Cacheable>& object) {
 
 bool CreatorCacheMap::touchAtOnce(const WeakPtr<Cacheable>& object) noexcept {
   const detail::Held<Cacheable> held(object);
-  return held && held->refreshAtOnce(totals_.get());
+  return held && held->refreshAtOnce(totals_.get()) == Cacheable::Refresh::Done;
 }
 
 bool CreatorCacheMap::touch(const WeakPtr<Cacheable>& object) {

@@ -1,4 +1,5 @@
 #include <tolvane/PosixMutex.hpp>
+#include <tolvane/SpinInternal.hpp>
 #include <tolvane/UnloadLockInternal.hpp>
 
 #include <cerrno>
@@ -8,12 +9,6 @@
 namespace Tolvane::detail {
 
 namespace {
-
-/// The work under a mutex of the library mostly takes less than putting a thread to sleep and
-/// waking it up again. A thread that spins looks seldom, some microseconds apart: the holder then
-/// does several steps in a row with what it has in the cache of its core.
-constexpr int FewestPauses = 64;
-constexpr int MostPauses = 512;
 
 void check(int code, const char* what) {
   if (code != 0) {
@@ -35,24 +30,12 @@ PosixMutex::PosixMutex(Kind kind) {
   check(code, "pthread_mutex_init");
 }
 
-bool PosixMutex::spin() noexcept {
-  for (int pauses = FewestPauses; pauses <= MostPauses; pauses *= 2) {
-    for (int i = 0; i < pauses; ++i) {
-      __builtin_ia32_pause();
-    }
-    if (try_lock()) {
-      return true;
-    }
-  }
-  return false;
-}
-
 void PosixMutex::waitAndLock() {
   if (otherThreadsAreGone()) {
     try_lock(); // Its holder may be no more, and nobody else is left to be kept out.
     return;
   }
-  if (!IsWatched && spin()) {
+  if (!IsWatched && spin([this] { return try_lock(); })) {
     return;
   }
   check(pthread_mutex_lock(&mutex_), "pthread_mutex_lock");
@@ -63,7 +46,7 @@ bool PosixMutex::wait(std::chrono::seconds time) {
     lock();
     return true;
   }
-  if (!IsWatched && spin()) {
+  if (!IsWatched && spin([this] { return try_lock(); })) {
     return true;
   }
   timespec until{};

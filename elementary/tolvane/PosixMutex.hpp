@@ -57,7 +57,6 @@ private:
   static constexpr bool IsWatched = false;
 #endif
 
-  bool spin() noexcept;
   void waitAndLock();
   bool wait(std::chrono::seconds time);
 

@@ -176,15 +176,18 @@ Cacheable::Refresh Cacheable::refreshAtOnce(const detail::CacheTotals* cache) no
 }
 
 bool Cacheable::markAsUsed() {
-  Refresh result = refreshAtOnce(nullptr);
-  if (result == Refresh::Busy) {
-    detail::spin([&] { return (result = refreshAtOnce(nullptr)) != Refresh::Busy; });
-  }
-  return result == Refresh::Done || refresh();
+  const Refresh result = refreshAtOnce(nullptr);
+  return result == Refresh::Done || refresh(result);
 }
 
 /// The same where something is waited for, or in the way.
-bool Cacheable::refresh() {
+bool Cacheable::refresh(Refresh result) {
+  if (result == Refresh::Busy) {
+    detail::spin([&] { return (result = refreshAtOnce(nullptr)) != Refresh::Busy; });
+  }
+  if (result == Refresh::Done) {
+    return true;
+  }
   CacheQueue* queue = nullptr;
   WeakPtr<Cacheable> node;
   {

@@ -205,7 +205,7 @@ private:
   detail::Held<Creature, Creature> holdCreator() const;
   bool push(CacheQueue& queue, End end);
   Refresh refreshAtOnce(const detail::CacheTotals* cache) noexcept;
-  bool refresh();
+  bool refresh(Refresh result);
   bool enter(CacheQueue& queue, End end, Entry entry);
   bool moveTo(CacheQueue& queue, End end, Entry entry, memsize_t size);
   void unlink() noexcept;

@@ -177,23 +177,23 @@ private:
 namespace {
 
 // A byte counts only when another one follows it: the token that ends with the text is not found.
-std::optional<std::string> readLength(input_string& in) {
+std::pair<bool, std::string> readLength(input_string& in) {
   in.get();
   std::uint32_t length = 0;
   for (unsigned shift = 0; shift < 32; shift += 8) {
     const char c = in.get().second;
     if (in.atEnd())
-      return std::nullopt;
+      return {false, {}};
     length |= static_cast<std::uint32_t>(static_cast<unsigned char>(c)) << shift;
   }
   std::string token;
   for (; length != 0; --length) {
     const char c = in.get().second;
     if (in.atEnd())
-      return std::nullopt;
+      return {false, {}};
     token += c;
   }
-  return token;
+  return {true, std::move(token)};
 }
 
 std::pair<bool, std::string> readDelimited(input_string& in, char open, char close) {
@@ -306,10 +306,8 @@ std::pair<bool, std::string> StreamString::decodeIdentifier(input_string& in, ch
   if (in.atEnd())
     return {false, {}};
   const char first = in.peek().second;
-  if (first == ENQ) {
-    std::optional<std::string> read = readLength(in);
-    return {read.has_value(), std::move(read).value_or("")};
-  }
+  if (first == ENQ)
+    return readLength(in);
   auto answer = open == ENQ ? readDetected(in, first, terminators) : readDelimited(in, open, close);
   if (flag)
     answer.second = decodeEscaped(answer.second);

@@ -84,10 +84,11 @@ bool Cache::handleOutOfMemory(const StrongPtr<Cacheable>& object,
 }
 
 bool Cache::insert(const WeakPtr<Cacheable>& object, bool asOldest) {
-  detail::Held<CacheBase> alive; // from the moment on in which something may let go of the cache
+  // From the moment on in which something may let go of the cache: a catcher of messages, or the
+  // object, which goes before the listing.
+  detail::Held<CacheBase> alive;
   if (detail::verboseThreshold.load(std::memory_order_relaxed) >= 100 || verbosity() >= 11) {
-    alive =
-        detail::Held<CacheBase>(self()); // a catcher may, and the listing comes after the object
+    alive = detail::Held<CacheBase>(self());
   }
   Applicant applicant;
   if (!applicant.hold(object)) {

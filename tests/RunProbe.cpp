@@ -19,6 +19,9 @@ extern char** environ;
 namespace {
 
 constexpr int timeLimit = 120; // seconds
+#ifdef _WIN32
+constexpr int hungCode = 124;
+#endif
 const char* const streamFiles[] = {
 #ifdef _WIN32
     "NUL",
@@ -110,7 +113,7 @@ ProbeResult start(const std::vector<std::string>& words, const ProbeOptions& opt
     Sleep(200);
   }
   if (WaitForSingleObject(process.hProcess, 1000 * timeLimit) != WAIT_OBJECT_0)
-    TerminateProcess(process.hProcess, 124);
+    TerminateProcess(process.hProcess, hungCode);
   WaitForSingleObject(process.hProcess, INFINITE);
   DWORD code = 0;
   GetExitCodeProcess(process.hProcess, &code);
@@ -166,6 +169,14 @@ ProbeResult start(std::vector<std::string> words, const ProbeOptions& options) {
 #endif
 
 } // namespace
+
+bool ProbeResult::hung() const {
+#ifdef _WIN32
+  return exitCode == hungCode;
+#else
+  return signal == SIGALRM;
+#endif
+}
 
 bool ProbeResult::aborted() const {
 #ifdef _WIN32

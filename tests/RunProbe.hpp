@@ -41,6 +41,9 @@ struct ProbeResult {
   /// The bytes it wrote, with CR LF on Windows where a stream is in text mode.
   std::string out, err;
 
+  /// Whether it took too long and was ended for that.
+  bool hung() const;
+
   /// Whether it ended as `abort()` ends a process on this platform.
   bool aborted() const;
 };

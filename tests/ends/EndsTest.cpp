@@ -68,9 +68,16 @@ TEST(Ends, OfAProcess) {
       const std::string others =
           onlyProgram ? ""
                       : "load_module '" + modulePath + "' -- module_lingers -- thread_lingers -- ";
-      fs::remove(logName);
-      const ProbeResult run = probe("install_terminate_handler -- report 1 before -- linger -- " +
-                                    others + work + end.way);
+      ProbeResult run;
+      // The emulated system may stop a thread within a spin lock of its own. The next memory that
+      // the end of a module gives back then waits for it for ever, in some runs of a thousand.
+      for (int attempt = 0; attempt < (onlyProgram ? 3 : 1); ++attempt) {
+        fs::remove(logName);
+        run = probe("install_terminate_handler -- report 1 before -- linger -- " + others + work +
+                    end.way);
+        if (!run.hung())
+          break;
+      }
       EXPECT_TRUE(end.aborts ? run.aborted() : run.exitCode == 5)
           << end.way << run.exitCode << ' ' << run.signal << run.err.substr(0, 5000);
       EXPECT_EQ(

@@ -87,14 +87,15 @@ bool Cache::insert(const WeakPtr<Cacheable>& object, bool asOldest) {
   // From the moment on in which something may let go of the cache: a catcher of messages, or the
   // object, which goes before the listing.
   detail::Held<CacheBase> alive;
-  if (detail::verboseThreshold.load(std::memory_order_relaxed) >= 100 || verbosity() >= 11) {
+  const int level = verbosity();
+  if (detail::verboseThreshold.load(std::memory_order_relaxed) >= 100 || level >= 11) [[unlikely]] {
     alive = detail::Held<CacheBase>(self());
   }
   Applicant applicant;
   if (!applicant.hold(object)) {
     return false;
   }
-  if (verbosity() > 0) {
+  if (level > 0) [[unlikely]] {
     const memsize_t total = totalCost(true);
     const memsize_t freeable = std::min(total, totalCost(false));
     VerboseStream report(false, false, 0, __FILE__, __LINE__, TOLVANE_FUNCTION, "", "Mem");
@@ -103,41 +104,37 @@ bool Cache::insert(const WeakPtr<Cacheable>& object, bool asOldest) {
            << mem(total - freeable) << " unfreeable) of " << mem(limit()) << " allowed, adding "
            << mem(applicant.cost) << " " << *applicant.domain << " ---> Creator Type "
            << *applicant.creatorDomain;
-    if (verbosity() > 1) {
+    if (level > 1) {
       report << " [process uses " << mem(getMemUsage()) << ", available "
              << mem(getAvailableMemory()) << " of " << mem(getMemorySize()) << "]";
     }
   }
-  bool fitsNow = fits(applicant.cost);
-  CreatorCacheMap::Place place;
-  if (objects_.hasZombies() || !fitsNow) {
+  if (objects_.hasZombies()) {
+    alive = detail::Held<CacheBase>(self());
+    applicant.object.reset();
+    purge_Hades();
+    // The zombies may have held the object, or have been a part of it.
+    if (!applicant.hold(object)) {
+      return false;
+    }
+  }
+  const auto place = objects_.find(*applicant.creatorDomain, *applicant.domain);
+  bool admitted = fits(applicant.cost);
+  if (!admitted) {
     alive = detail::Held<CacheBase>(self());
     // Others decide now what becomes of this object, too, as if nobody asked for it.
-    applicant.object = {};
-    if (objects_.hasZombies()) {
-      purge_Hades();
-      // The zombies may have held the object, or have been a part of it.
-      if (!applicant.hold(object)) {
-        return false;
-      }
-      applicant.object = {};
-      fitsNow = fits(applicant.cost);
+    applicant.object.reset();
+    if (makeRoom(place, *applicant.creatorDomain, *applicant.domain, applicant.cost)) {
+      applicant.object = detail::Held<Cacheable>(object);
+      admitted = applicant.object.owned();
     }
-    place = objects_.find(*applicant.creatorDomain, *applicant.domain);
-    if (!fitsNow && !makeRoom(place, *applicant.creatorDomain, *applicant.domain, applicant.cost)) {
-      return refuse(applicant.cost, *applicant.creatorDomain, *applicant.domain);
-    }
-    applicant.object = detail::Held<Cacheable>(object);
-  } else {
-    place = objects_.find(*applicant.creatorDomain, *applicant.domain);
   }
-  if (!applicant.object.owned() ||
-      !objects_.insert(*applicant.object, place, *applicant.creatorDomain, *applicant.domain,
-                       asOldest)) {
+  if (!admitted || !objects_.insert(*applicant.object, place, *applicant.creatorDomain,
+                                    *applicant.domain, asOldest)) {
     return refuse(applicant.cost, *applicant.creatorDomain, *applicant.domain);
   }
-  if (verbosity() >= 11) {
-    applicant.object = {}; // it does not count in what is printed
+  if (level >= 11) [[unlikely]] {
+    applicant.object.reset(); // it does not count in what is printed
     try {
       list_info();
     } catch (const std::bad_alloc&) {
@@ -239,9 +236,12 @@ memsize_t Cache::forget(const std::type_info& type) {
   return objects_.forget(type);
 }
 
-int Cache::verbosity() {
+constinit std::atomic<int> Cache::knownVerbosity{Unread};
+
+int Cache::readVerbosity() {
   static const int level = getEnvInteger(
       "MEMCACHE_VERBOSITY", "Detailness of the Cacheing process of loading/unloading objects", 0);
+  knownVerbosity.store(level, std::memory_order_relaxed);
   return level;
 }
 

@@ -5,6 +5,8 @@
 #include <tolvane/CreatorCacheMap.hpp>
 #include <tolvane/Exception.hpp>
 
+#include <atomic>
+#include <limits>
 #include <string>
 #include <typeinfo>
 
@@ -143,7 +145,10 @@ public:
   memsize_t forget(const std::type_info& type);
 
   /// The trace level of all caches: the variable `MEMCACHE_VERBOSITY`, read once.
-  static int verbosity();
+  static int verbosity() {
+    const int known = knownVerbosity.load(std::memory_order_relaxed);
+    return known != Unread ? known : readVerbosity();
+  }
 
   /// The default cache of the process, made on first use with the size that the variable
   /// `TOLVANE_CACHESIZE` says. It lives until the process ends.
@@ -151,6 +156,10 @@ public:
 
 private:
   struct Applicant;
+
+  static constexpr int Unread = std::numeric_limits<int>::min();
+  static std::atomic<int> knownVerbosity;
+  static int readVerbosity();
 
   template <class List>
   void list(List list) const;

@@ -1,4 +1,5 @@
 #include <tolvane/CacheMultiQueue.hpp>
+#include <tolvane/CacheQueueInternal.hpp>
 #include <tolvane/CacheTotalsInternal.hpp>
 #include <tolvane/HeldInternal.hpp>
 #include <tolvane/Verbose.hpp>
@@ -124,11 +125,12 @@ memsize_t CacheMultiQueue::purge() {
 }
 
 bool CacheMultiQueue::adjust(const CacheBase& cache, memsize_t newCost) {
-  if (const CacheQueue* asking = primary_.get(); asking != nullptr && asking->heldByThisThread()) {
+  CacheQueue* const primary = primary_.get();
+  if (CacheQueue::Lock::anyHeldByThisThread() && primary != nullptr &&
+      primary->heldByThisThread()) {
     return false;
   }
   purge_Hades();
-  CacheQueue* const primary = primary_.get();
   if (primary == nullptr) {
     return false;
   }

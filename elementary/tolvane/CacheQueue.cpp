@@ -1,6 +1,6 @@
 #include <tolvane/Cache.hpp>
 #include <tolvane/CacheQueue.hpp>
-#include <tolvane/CacheQueueLockInternal.hpp>
+#include <tolvane/CacheQueueInternal.hpp>
 #include <tolvane/CacheTotalsInternal.hpp>
 #include <tolvane/Creature.hpp>
 #include <tolvane/GlobalsInternal.hpp>
@@ -34,9 +34,6 @@ constexpr int EvictionLevel = 5;
 
 /// After so many answers in a row that left the number of entries as it was, an eviction gives up.
 constexpr int MostAnswersWithoutProgress = 100;
-
-/// A thread that waits for a queue longer than this says so.
-constexpr std::chrono::seconds PatienceForQueue{10};
 
 /// An entry whose creator is gone is looked at so often, a millisecond apart, before it counts as
 /// forgotten: a thread that merely looks at it may have kept it from going with its creator.
@@ -87,42 +84,22 @@ std::string typeNames(const WeakPtr<Cacheable>& object) {
 
 constinit thread_local CacheQueue::Lock* CacheQueue::Lock::innermost = nullptr;
 
-CacheQueue::Lock::Lock(CacheQueue& queue, bool mayWait)
-    : queue_(queue), outer_(innermost), owns_(false) {
+/// Says that it takes long, and goes on waiting.
+bool CacheQueue::Lock::waitLonger(CacheQueue& queue) {
+  TOLVANE_IRREGULARITY("a queue of the cache has been held for ten seconds")
+      << ". If a release request waits for this thread, both wait for ever.";
+  queue.queueMutex_.lock();
+  return true;
+}
+
+/// Takes a queue on a thread that holds another one.
+bool CacheQueue::Lock::lockInside(CacheQueue& queue, bool mayWait) {
   if (heldByThisThread(queue)) {
     throw std::system_error(std::make_error_code(std::errc::resource_deadlock_would_occur),
                             "CacheQueue: a queue that asks for a release cannot take an object in "
                             "on the same thread");
   }
-  if (!mayWait && outer_ != nullptr) {
-    owns_ = queue.queueMutex_.try_lock();
-  } else {
-    if (!queue.queueMutex_.lockWithin(PatienceForQueue)) {
-      TOLVANE_IRREGULARITY("a queue of the cache has been held for ten seconds")
-          << ". If a release request waits for this thread, both wait for ever.";
-      queue.queueMutex_.lock();
-    }
-    owns_ = true;
-  }
-  if (owns_) {
-    innermost = this;
-  }
-}
-
-CacheQueue::Lock::~Lock() {
-  if (owns_) {
-    innermost = outer_;
-    queue_.queueMutex_.unlock();
-  }
-}
-
-bool CacheQueue::Lock::heldByThisThread(const CacheQueue& queue) noexcept {
-  for (const Lock* lock = innermost; lock != nullptr; lock = lock->outer_) {
-    if (&lock->queue_ == &queue) {
-      return true;
-    }
-  }
-  return false;
+  return mayWait ? wait(queue) : queue.queueMutex_.try_lock();
 }
 
 CacheQueue::Iterator::~Iterator() = default;
@@ -178,30 +155,6 @@ CacheCounts CacheQueue::counts() const noexcept {
   return counts;
 }
 
-/// Needs the mutex of the queue's node.
-void CacheQueue::count(memsize_t bytes, int entries) noexcept {
-  total_.store(memsize() + bytes, std::memory_order_relaxed);
-  entries_.store(nEntries() + static_cast<std::uint32_t>(entries), std::memory_order_relaxed);
-  if (totals_ == nullptr) {
-    return;
-  }
-  if (role_ == Role::Keepers) {
-    totals_->kept.fetch_add(bytes, std::memory_order_relaxed);
-  } else {
-    totals_->countReleasable(bytes);
-  }
-}
-
-/// Notes that an object came in, or was used.
-void CacheQueue::countEntry(const CacheQueue* from, Entry entry) noexcept {
-  if (entry == Entry::Aside || entry == Entry::Back) {
-    return;
-  }
-  const bool wasHere =
-      from == this || (from != nullptr && domain_ != nullptr && from->domain_ == domain_);
-  (wasHere ? touched_ : inserted_).add(1);
-}
-
 bool CacheQueue::push_front(const WeakPtr<Cacheable>& object) {
   return put("CacheQueue::push_front(type=", object, End::Newest, Entry::Insert);
 }
@@ -234,11 +187,12 @@ bool CacheQueue::put(const char* operation, const WeakPtr<Cacheable>& object, En
 /// Inserts an object that the caller holds together with its creator.
 bool CacheQueue::insert(Cacheable& object, bool asOldest) {
   trace(asOldest ? "CacheQueue::put_in_back(type=" : "CacheQueue::push_front(type=", object.self());
-  return object.push(*this, asOldest ? End::Oldest : End::Newest);
+  const Lock lock(*this, false);
+  return lock && object.enter(*this, asOldest ? End::Oldest : End::Newest, Entry::Insert);
 }
 
 void CacheQueue::trace(const char* operation, const WeakPtr<Cacheable>& object) {
-  if (!detail::defaultTypenamesInstalled()) {
+  if (!detail::defaultTypenamesInstalled()) [[unlikely]] {
     // Asking for a name makes the plain types readable, for everybody, from the first push on.
     typeNames(object);
   }
@@ -258,6 +212,16 @@ bool CacheQueue::isAlreadyIncluded(const WeakPtr<Cacheable>& object) const {
 bool CacheQueue::includes(const Cacheable& object) const {
   const std::lock_guard lock(object.mutex_);
   return object.queue_ == this;
+}
+
+/// The oldest entry, or the queue itself; needs the mutex of the queue's node.
+inline const Cacheable* CacheQueue::firstAlive() const noexcept {
+  const Cacheable* entry = next_.get();
+  // One that dies on another thread is no longer counted and about to leave the ring.
+  while (entry != this && dying(*entry)) {
+    entry = entry->next_.get();
+  }
+  return entry;
 }
 
 /// Whether an object is the oldest entry.
@@ -342,16 +306,6 @@ std::vector<WeakPtr<Cacheable>> CacheQueue::snapshot() const {
   return entries;
 }
 
-/// The oldest entry, or the queue itself; needs the mutex of the queue's node.
-const Cacheable* CacheQueue::firstAlive() const noexcept {
-  const Cacheable* entry = next_.get();
-  // One that dies on another thread is no longer counted and about to leave the ring.
-  while (entry != this && dying(*entry)) {
-    entry = entry->next_.get();
-  }
-  return entry;
-}
-
 WeakPtr<Cacheable> CacheQueue::oldest() const {
   const std::lock_guard ring(mutex_);
   const Cacheable* const entry = firstAlive();
@@ -362,10 +316,11 @@ WeakPtr<Cacheable> CacheQueue::oldest() const {
 bool CacheQueue::holdOldest(detail::Held<Cacheable>& held) const noexcept {
   const std::lock_guard ring(mutex_);
   const Cacheable* const entry = firstAlive();
-  if (entry != this) {
-    held = detail::Held<Cacheable>(entry->self());
+  if (entry == this) {
+    return false;
   }
-  return entry != this;
+  held = detail::Held<Cacheable>(entry->self());
+  return true;
 }
 
 bool CacheQueue::heldByThisThread() const noexcept {
@@ -484,7 +439,7 @@ private:
   /// while the creator decides.
   struct Candidate {
     explicit Candidate(const Cacheable& entry)
-        : object(entry.self()), size(entry.memsize()), domain(&entry.DomainType()) {
+        : object(entry.self()), size(entry.memsize()), domain(entry.DomainType()) {
       const std::lock_guard own(entry.mutex_);
       name = entry.name_;
       creator = detail::Held<Creature>(entry.creator_);
@@ -493,22 +448,25 @@ private:
       }
     }
 
-    WeakPtr<Cacheable> object;
-    memsize_t size;
-    const std::type_info* domain;
+    const WeakPtr<Cacheable> object;
+    const memsize_t size;
+    const std::type_info& domain;
     std::string name;
     detail::Held<Creature> creator;
     std::optional<WeakPtr<Creature>> maker; // where that is not alive
   };
 
   bool fitsNow() const { return fits(cache_.totalCost(false), newCost_, cache_.limit()); }
-  std::optional<Candidate> look() const;
-  bool canBeAsked(const Candidate& candidate);
-  void ask(const Candidate& candidate);
+  bool holdOldest(detail::Held<Cacheable>& entry) const;
+  bool isForgotten(const Candidate& candidate);
+  int ask(const Candidate& candidate);
+  void actOn(int answer, const Candidate& candidate, std::uint32_t entriesBefore);
   void putAside(const Candidate& candidate, CacheQueue& queue);
-  bool givesUp(const Candidate& candidate, std::uint32_t entriesBefore);
   void trace(const Candidate& candidate) const;
-  void released(const Candidate& candidate, std::uint32_t entriesBefore) const;
+  void traceRelease(const Candidate& candidate, std::uint32_t entriesBefore) const;
+  void traceKeeping(const Candidate& candidate) const;
+  void reportStillThere(const Candidate& candidate) const;
+  void reportGivingUp(const Candidate& candidate) const;
   std::string diagnosis(const Candidate& candidate) const;
 
   CacheQueue& queue_;
@@ -545,41 +503,42 @@ bool CacheQueue::Eviction::run() {
   while (!fitsNow()) {
     const Profiler profiler(EvictionFile, 399, EvictionFunction, "CacheQueue::adjust items",
                             EvictionLevel);
-    const std::optional<Candidate> candidate = look();
-    if (!candidate) {
+    detail::Held<Cacheable> entry;
+    if (!holdOldest(entry)) {
       return false;
     }
-    if (Cache::verbosity() > 0) {
-      trace(*candidate);
+    const Candidate candidate(*entry);
+    entry.reset();
+    if (Cache::verbosity() > 0) [[unlikely]] {
+      trace(candidate);
     }
-    if (!canBeAsked(*candidate)) {
+    if (!candidate.creator && !isForgotten(candidate)) [[unlikely]] {
       continue;
     }
     const std::uint32_t entriesBefore = queue_.nEntries();
-    ask(*candidate);
-    if (givesUp(*candidate, entriesBefore)) {
+    actOn(ask(candidate), candidate, entriesBefore);
+    if (queue_.nEntries() < entriesBefore) {
+      answersWithoutProgress_ = 0;
+    } else if (++answersWithoutProgress_ == MostAnswersWithoutProgress) {
+      reportGivingUp(candidate);
       return false;
     }
   }
   return true;
 }
 
-/// Looks at the oldest entry; nothing when there is none.
-std::optional<CacheQueue::Eviction::Candidate> CacheQueue::Eviction::look() const {
-  detail::Held<Cacheable> entry;
-  while (queue_.holdOldest(entry)) {
-    if (entry) {
-      return std::optional<Candidate>(std::in_place, *entry);
+/// Holds the oldest entry that is alive. Returns whether there is one.
+bool CacheQueue::Eviction::holdOldest(detail::Held<Cacheable>& entry) const {
+  do {
+    if (!queue_.holdOldest(entry)) {
+      return false;
     }
-  }
-  return std::nullopt;
+  } while (!entry);
+  return true;
 }
 
-/// Whether there is a creator to be asked, or to be missed.
-bool CacheQueue::Eviction::canBeAsked(const Candidate& candidate) {
-  if (candidate.creator) {
-    return true;
-  }
+/// Whether a candidate without a live creator is to blame for it.
+bool CacheQueue::Eviction::isForgotten(const Candidate& candidate) {
   // In this order: a creator that is gone by now has taken its data along.
   const bool underDestruction = destructing(*candidate.maker);
   if (!queue_.isAlreadyIncluded(candidate.object)) {
@@ -592,14 +551,14 @@ bool CacheQueue::Eviction::canBeAsked(const Candidate& candidate) {
   return !queue_.goesByItself(candidate.object);
 }
 
-void CacheQueue::Eviction::ask(const Candidate& candidate) {
-  const std::uint32_t entriesBefore = queue_.nEntries();
+/// Asks the creator of a candidate. Returns its answer.
+int CacheQueue::Eviction::ask(const Candidate& candidate) {
   // Without a live creator the access to the entry's own pointer reports and throws.
   Creature& creator = candidate.creator ? *candidate.creator : **candidate.maker;
   int answer = 0;
   {
-    const Profiler releaseProfiler(EvictionFile, 454, EvictionFunction,
-                                   "CacheQueue: Creator->release()", EvictionLevel);
+    const Profiler profiler(EvictionFile, 454, EvictionFunction, "CacheQueue: Creator->release()",
+                            EvictionLevel);
     answer = creator.release();
   }
   ++releasedItems_;
@@ -608,10 +567,20 @@ void CacheQueue::Eviction::ask(const Candidate& candidate) {
     queue_.evicted_.add(1);
     queue_.evictedBytes_.add(candidate.size);
   }
+  return answer;
+}
+
+void CacheQueue::Eviction::actOn(int answer, const Candidate& candidate,
+                                 std::uint32_t entriesBefore) {
   switch (answer) {
   case 2:
     queue_.released_.add(1);
-    released(candidate, entriesBefore);
+    if (candidate.object && queue_.isOldest(candidate.object)) {
+      reportStillThere(candidate);
+    }
+    if (queue_.nEntries() != entriesBefore - 1) {
+      traceRelease(candidate, entriesBefore);
+    }
     break;
   case 1:
     queue_.temporary_.add(1);
@@ -620,7 +589,7 @@ void CacheQueue::Eviction::ask(const Candidate& candidate) {
   case 0:
     queue_.kept_.add(1);
     putAside(candidate, keepers_);
-    TOLVANE_VERBOSE_DOMAIN(10, "Mem") << diagnosis(candidate);
+    traceKeeping(candidate);
     break;
   default:
     break;
@@ -631,20 +600,11 @@ void CacheQueue::Eviction::putAside(const Candidate& candidate, CacheQueue& queu
   queue.put("CacheQueue::push_front(type=", candidate.object, End::Newest, Entry::Aside);
 }
 
-/// Whether it makes no sense to ask any more.
-bool CacheQueue::Eviction::givesUp(const Candidate& candidate, std::uint32_t entriesBefore) {
-  if (queue_.nEntries() < entriesBefore) {
-    answersWithoutProgress_ = 0;
-    return false;
-  }
-  if (++answersWithoutProgress_ < MostAnswersWithoutProgress) {
-    return false;
-  }
+void CacheQueue::Eviction::reportGivingUp(const Candidate& candidate) const {
   Irregularity(EvictionFile, __LINE__, EvictionFunction,
                "creators were asked 100 times in a row and no entry left the queue")
       << ". The eviction gives up; the last one asked was [" << candidate.name << "] of type "
-      << *candidate.domain << ", made by " << typeid(*candidate.creator);
-  return true;
+      << candidate.domain << ", made by " << typeid(*candidate.creator);
 }
 
 void CacheQueue::Eviction::trace(const Candidate& candidate) const {
@@ -654,26 +614,25 @@ void CacheQueue::Eviction::trace(const Candidate& candidate) const {
       << bytes(candidate.size) << " of " << bytes(queue_.memsize())
       << " in this domain), trying to release ";
   VerboseStream(false, false, 0, EvictionFile, __LINE__, EvictionFunction, "", "Mem")
-      << "    CacheQueue release candidate " << Typename(*candidate.domain) << " ["
-      << candidate.name << "] is one of " << std::to_string(queue_.nEntries()) << " elements using "
+      << "    CacheQueue release candidate " << Typename(candidate.domain) << " [" << candidate.name
+      << "] is one of " << std::to_string(queue_.nEntries()) << " elements using "
       << bytes(queue_.memsize());
 }
 
-/// Checks the claim of a creator that its data went.
-void CacheQueue::Eviction::released(const Candidate& candidate, std::uint32_t entriesBefore) const {
-  if (candidate.object && queue_.isOldest(candidate.object)) {
-    Irregularity(EvictionFile, 479, EvictionFunction, "Releaseable == oldest()")
-        << "There is a problem, the object to be released is still in the Cache:\n"
-        << "NumberOfReleasedItems =" << std::to_string(releasedItems_) << ", computed size "
-        << std::to_string(queue_.compute_memsize()) << " against "
-        << std::to_string(queue_.memsize()) << " counted, cache total "
-        << std::to_string(cache_.totalCost(false)) << " of limit " << std::to_string(cache_.limit())
-        << "\nRELEASE: OLDEST CANDIDATE: [" << candidate.name
-        << "]\nRelease candidate's ProvenancePath: " << candidate.creator->provenancePath();
-  }
-  if (queue_.nEntries() == entriesBefore - 1) {
-    return;
-  }
+/// Says that a creator claims falsely that its data went.
+void CacheQueue::Eviction::reportStillThere(const Candidate& candidate) const {
+  Irregularity(EvictionFile, 479, EvictionFunction, "Releaseable == oldest()")
+      << "There is a problem, the object to be released is still in the Cache:\n"
+      << "NumberOfReleasedItems =" << std::to_string(releasedItems_) << ", computed size "
+      << std::to_string(queue_.compute_memsize()) << " against " << std::to_string(queue_.memsize())
+      << " counted, cache total " << std::to_string(cache_.totalCost(false)) << " of limit "
+      << std::to_string(cache_.limit()) << "\nRELEASE: OLDEST CANDIDATE: [" << candidate.name
+      << "]\nRelease candidate's ProvenancePath: " << candidate.creator->provenancePath();
+}
+
+/// Says that not just one entry went.
+void CacheQueue::Eviction::traceRelease(const Candidate& candidate,
+                                        std::uint32_t entriesBefore) const {
   bool shown = false;
   TOLVANE_VERBOSE_DOMAIN(1, "Mem") << " CACHE successful release of " << bytes(candidate.size)
                                    << ", had " << std::to_string(entriesBefore) << " entries, now "
@@ -684,6 +643,10 @@ void CacheQueue::Eviction::released(const Candidate& candidate, std::uint32_t en
 }
 
 /// Says why an object stays in memory.
+void CacheQueue::Eviction::traceKeeping(const Candidate& candidate) const {
+  TOLVANE_VERBOSE_DOMAIN(10, "Mem") << diagnosis(candidate);
+}
+
 std::string CacheQueue::Eviction::diagnosis(const Candidate& candidate) const {
   const Creature& creator = *candidate.creator;
   const int strong = candidate.object.strongCount();
@@ -698,7 +661,7 @@ std::string CacheQueue::Eviction::diagnosis(const Candidate& candidate) const {
               : " These data CANNOT be reproduced and thus must be kept in memory.";
   text += " " + std::to_string(queue_.nEntries()) + " releasable and " +
           std::to_string(keepers_.nEntries()) + " kept objects (domain " +
-          Typename(*candidate.domain) + ", creator domain " + Typename(typeid(creator)) + ")";
+          Typename(candidate.domain) + ", creator domain " + Typename(typeid(creator)) + ")";
   return text;
 }
 

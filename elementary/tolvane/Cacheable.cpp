@@ -1,4 +1,4 @@
-#include <tolvane/CacheQueueLockInternal.hpp>
+#include <tolvane/CacheQueueInternal.hpp>
 #include <tolvane/Cacheable.hpp>
 #include <tolvane/CreatorHoldInternal.hpp>
 #include <tolvane/Creature.hpp>
@@ -249,6 +249,25 @@ bool Cacheable::push(CacheQueue& queue, End end) {
   return lock && enter(queue, end, Entry::Insert);
 }
 
+/// Enters a ring, or changes its place there; needs the mutexes of the object and of the nodes of
+/// its old and its new queue.
+inline bool Cacheable::relink(CacheQueue& queue, End end, Entry entry) noexcept {
+  if (queue.closed_) {
+    return false;
+  }
+  Cacheable& anchor = queue;
+  if (end == End::Newest) {
+    unlink();
+    linkBetween(*anchor.prev_.get(), anchor);
+  } else if (anchor.next_.get() != this) {
+    unlink();
+    linkBetween(anchor, *anchor.next_.get());
+  }
+  queue.countEntry(std::exchange(queue_, &queue), entry);
+  creatorChanged_ = false;
+  return true;
+}
+
 /// Comes into a queue that this thread holds.
 bool Cacheable::enter(CacheQueue& queue, End end, Entry entry) {
   if (isAnchor_) {
@@ -262,68 +281,39 @@ bool Cacheable::enter(CacheQueue& queue, End end, Entry entry) {
     if (predestructed_ || (queue_ == nullptr && entry != Entry::Insert)) {
       return false;
     }
-    if (version == sizeVersion_.load() || attempts <= 0) {
-      return moveTo(queue, end, entry, size);
+    if (version != sizeVersion_.load() && attempts > 0) {
+      continue;
     }
+    CacheQueue* const old = queue_;
+    if (old != nullptr && old != &queue) {
+      return moveFrom(*old, queue, end, entry, size);
+    }
+    const std::lock_guard ring(queue.Cacheable::mutex_);
+    const bool entered = relink(queue, end, entry);
+    if (entered && old == nullptr) {
+      queue.count(size, 1);
+    }
+    return entered;
   }
 }
 
-bool Cacheable::moveTo(CacheQueue& queue, End end, Entry entry, memsize_t size) {
-  Cacheable& anchor = queue;
-  CacheQueue* const old = queue_;
-  std::unique_lock<detail::PosixMutex> ring(anchor.mutex_, std::defer_lock);
-  std::unique_lock<detail::PosixMutex> oldRing;
-  if (old != nullptr && old != &queue) {
-    oldRing = std::unique_lock(old->Cacheable::mutex_, std::defer_lock);
-    if (detail::otherThreadsAreGone()) { // stepping back would not have them let go
-      ring.lock();
-      oldRing.lock();
-    } else {
-      std::lock(ring, oldRing);
-    }
-  } else {
+/// The same where an entry comes from another queue.
+bool Cacheable::moveFrom(CacheQueue& old, CacheQueue& queue, End end, Entry entry, memsize_t size) {
+  std::unique_lock<detail::PosixMutex> ring(queue.Cacheable::mutex_, std::defer_lock);
+  std::unique_lock<detail::PosixMutex> oldRing(old.Cacheable::mutex_, std::defer_lock);
+  if (detail::otherThreadsAreGone()) { // stepping back would not have them let go
     ring.lock();
+    oldRing.lock();
+  } else {
+    std::lock(ring, oldRing);
   }
-  if (queue.closed_) {
+  if (!relink(queue, end, entry)) {
     return false;
   }
-  if (end == End::Newest) {
-    unlink();
-    linkBetween(*anchor.prev_.get(), anchor);
-  } else if (anchor.next_.get() != this) {
-    unlink();
-    linkBetween(anchor, *anchor.next_.get());
-  }
-  queue_ = &queue;
-  creatorChanged_ = false;
   // Still inside the ring's lock: the old queue may die as soon as it is released.
-  queue.countEntry(old, entry);
-  if (old != &queue) {
-    if (old != nullptr) {
-      old->count(-size, -1);
-    }
-    queue.count(size, 1);
-  }
+  old.count(-size, -1);
+  queue.count(size, 1);
   return true;
-}
-
-/// Leaves the ring; the links lead to the object itself from then on. Needs the mutexes of the
-/// object and of its queue's node.
-void Cacheable::unlink() noexcept {
-  Cacheable* const next = next_.get();
-  Cacheable* const prev = prev_.get();
-  next->prev_.set(prev);
-  prev->next_.set(next);
-  next_.set(this);
-  prev_.set(this);
-}
-
-/// Enters a ring between two neighbours; needs the same mutexes.
-void Cacheable::linkBetween(Cacheable& prev, Cacheable& next) noexcept {
-  prev_.set(&prev);
-  next_.set(&next);
-  prev.next_.set(this);
-  next.prev_.set(this);
 }
 
 } // namespace Tolvane

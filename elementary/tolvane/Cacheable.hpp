@@ -207,9 +207,28 @@ private:
   Refresh refreshAtOnce(const detail::CacheTotals* cache) noexcept;
   bool refresh(Refresh result);
   bool enter(CacheQueue& queue, End end, Entry entry);
-  bool moveTo(CacheQueue& queue, End end, Entry entry, memsize_t size);
-  void unlink() noexcept;
-  void linkBetween(Cacheable& prev, Cacheable& next) noexcept;
+  bool moveFrom(CacheQueue& old, CacheQueue& queue, End end, Entry entry, memsize_t size);
+  bool relink(CacheQueue& queue, End end, Entry entry) noexcept;
+
+  /// Leaves the ring; the links lead to the object itself from then on. Needs the mutexes of the
+  /// object and of its queue's node.
+  void unlink() noexcept {
+    Cacheable* const next = next_.get();
+    Cacheable* const prev = prev_.get();
+    next->prev_.set(prev);
+    prev->next_.set(next);
+    next_.set(this);
+    prev_.set(this);
+  }
+
+  /// Enters a ring between two neighbours; needs the same mutexes.
+  void linkBetween(Cacheable& prev, Cacheable& next) noexcept {
+    prev_.set(&prev);
+    next_.set(&next);
+    prev.next_.set(this);
+    next.prev_.set(this);
+  }
+
   void countDelta(memsize_t delta) noexcept;
 
   // A ring has two directions: seen from the queue's own node, `next_` leads to the oldest entry

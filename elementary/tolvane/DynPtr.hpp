@@ -281,9 +281,14 @@ protected:
 
   static void releaseStrong(detail::Referer& referer) noexcept {
     const std::int32_t strong = referer.dropShared();
-    if (strong > 1) [[likely]] {
-      return;
+    if (strong <= 1) [[unlikely]] {
+      releaseUnshared(referer, strong);
     }
+  }
+
+  /// Apart, so that there is little code where a pointer is dropped.
+  [[gnu::noinline]] static void releaseUnshared(detail::Referer& referer,
+                                                std::int32_t strong) noexcept {
     if (strong == 1) {
       detail::releaseLast<Base>(referer);
     }

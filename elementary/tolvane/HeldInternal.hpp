@@ -30,15 +30,17 @@ public:
     if (record == nullptr) {
       return;
     }
-    do {
-      if (record->lock(1) == Referer::Raise::Done) {
-        record_ = record;
-        object_ = PointerAccess::held(pointer);
-        return;
+    while (record->lock(1) != Referer::Raise::Done)
+      [[unlikely]] {
+        const std::int32_t strong = record->counts().strong;
+        if (strong <= 0 || strong == Referer::MaxCount) {
+          object_ = pointer.get();
+          return;
+        }
+        // The first strong pointer of all came between the two looks.
       }
-      // Again where the first strong pointer of all came between the two looks.
-    } while (record->counts().strong > 0 && record->counts().strong < Referer::MaxCount);
-    object_ = pointer.get();
+    record_ = record;
+    object_ = PointerAccess::held(pointer);
   }
 
   Held(const Held&) = delete;
@@ -50,10 +52,12 @@ public:
     return *this;
   }
 
-  ~Held() {
-    if (record_ != nullptr) {
-      PointerAccess::releaseStrong<T, Base>(*record_);
-    }
+  ~Held() { release(record_); }
+
+  /// Lets go of the object.
+  void reset() noexcept {
+    object_ = nullptr;
+    release(std::exchange(record_, nullptr));
   }
 
   /// The object; null when it is gone.
@@ -72,6 +76,12 @@ public:
   }
 
 private:
+  static void release(Referer* record) noexcept {
+    if (record != nullptr) {
+      PointerAccess::releaseStrong<T, Base>(*record);
+    }
+  }
+
   Referer* record_ = nullptr;
   T* object_ = nullptr;
 };

@@ -133,9 +133,13 @@ private:
     const auto address = reinterpret_cast<std::uintptr_t>(&type);
     std::atomic<Entry*>& hint = hints_[(address >> 4 ^ address >> 8) % hints_.size()];
     Entry* const guess = hint.load(std::memory_order_acquire);
-    if (guess != nullptr && guess->open_.load(std::memory_order_acquire) && guess->isFor(type)) {
-      return guess;
-    }
+    const bool found =
+        guess != nullptr && guess->open_.load(std::memory_order_acquire) && guess->isFor(type);
+    return found ? guess : lookFurther(type, hint, guess);
+  }
+
+  [[gnu::noinline]] Entry* lookFurther(const std::type_info& type, std::atomic<Entry*>& hint,
+                                       const Entry* guess) const noexcept {
     Entry* const entry = lookByHash(type);
     // The first one stays, lest threads take turns in replacing each other's.
     if (entry != nullptr && (guess == nullptr || !guess->open_.load(std::memory_order_relaxed))) {

@@ -161,60 +161,73 @@ private:
   std::vector<std::unique_ptr<Node>> nodes_;
 };
 
-/// What an insertion cannot do without, and nothing else: the object and its creator are held, the
-/// two domains are found by type, the queue's mutex, the node's and the ring's are taken, and the
-/// sums of the queue and of the cache are kept. An eviction holds the cache, takes the queue, holds
-/// the oldest entry and its creator, notes what reports say of it, lets go of the entry, asks the
-/// creator, which takes it out of its ring, and looks whether it went. Sizes, domains, the sum of
-/// the cache and its limit are asked by virtual functions, and the three scopes of the profiler are
-/// passed. With `Domains` the keys are in stripes, each with a queue of its own.
-template <std::uint32_t Domains>
+/// The means of an insertion, and nothing else: the object and its creator are held, the two
+/// domains are found in hash maps by type, the queue's mutex, the node's (twice) and the ring's are
+/// taken, and the sums of the queue and of the cache are kept. An eviction holds the cache, takes
+/// the queue, holds the oldest entry and its creator, notes its size and name for reports, lets go
+/// of the entry, asks the creator, which takes it out of its ring, and looks whether it went.
+/// Sizes, domains, the sum of the cache and its limit are asked by virtual functions, and the three
+/// scopes of the profiler are passed. With `Domains` the keys are in stripes, each with a queue of
+/// its own; with `ByAddress` the domains are found by where their types stand in memory.
+template <std::uint32_t Domains, bool ByAddress = false>
 class SameMeans {
 public:
   SameMeans(std::uint32_t capacity, std::uint32_t objects)
-      : budget_(new Budget(capacity * bench::Charge)) {
-    maps_.emplace(typeid(Creator), 0);
+      : owner_(new Budget(capacity * bench::Charge)), budget_(*owner_) {
+    maps_.emplace(key(typeid(Creator)), 0);
     for (std::uint32_t domain = 0; domain < Domains; ++domain) {
-      domains_.emplace(*tags()[domain], std::make_unique<Queue>());
+      domains_.emplace(key(*tags()[domain]), std::make_unique<Queue>());
     }
-    for (std::uint32_t key = 0; key < objects; ++key) {
-      const std::uint32_t domain = key / ((objects + Domains - 1) / Domains);
-      StrongPtr<Creator, Creature> creator = new Creator(*this, *tags()[domain]);
-      creator->node->creator = creator->self();
-      nodes_.push_back(creator->node.get());
+    for (std::uint32_t number = 0; number < objects; ++number) {
+      const std::uint32_t domain = number / ((objects + Domains - 1) / Domains);
+      StrongPtr<Creator> creator = new Creator(*this, *tags()[domain]);
+      creator->node.creator = creator->self();
+      nodes_.push_back(&creator->node);
       creators_.push_back(std::move(creator));
     }
   }
 
-  void insert(std::uint32_t key) {
-    Node& node = *nodes_[key];
-    Held<Creature> creator;
-    Held<Cacheable> object(node.self());
+  void insert(std::uint32_t number) {
+    Node& node = *nodes_[number];
+    Held<Creator> creator;
+    Held<Node> object(node.self());
     creator = creatorOf(node);
     const memsize_t cost = object->memsize();
-    benchmark::DoNotOptimize(maps_.find(typeid(*creator)));
-    Queue& queue = *domains_.find(object->DomainType())->second;
-    if (!fits(*budget_, cost)) {
+    benchmark::DoNotOptimize(maps_.find(key(typeid(*creator))));
+    Queue& queue = *domains_.find(key(object->DomainType()))->second;
+    if (!fits(budget_, cost)) {
       object.reset();
       makeRoom(queue, cost);
-      object = Held<Cacheable>(node.self());
+      object = Held<Node>(node.self());
     }
     const Lock taken(queue.mutex);
     const memsize_t size = object->memsize();
     const Lock own(node.mutex);
     const Lock ring(queue.anchor.mutex);
+    node.unlink();
     node.next = &queue.anchor;
     node.prev = queue.anchor.prev;
     node.prev->next = queue.anchor.prev = &node;
-    node.queue = &queue;
-    count(queue, size, 1);
+    if (node.queue == nullptr) {
+      node.queue = &queue;
+      count(queue, size, 1);
+    }
   }
-  void erase(std::uint32_t key) { remove(*nodes_[key]); }
+  void erase(std::uint32_t number) { remove(*nodes_[number]); }
 
 private:
   template <class T>
   using Held = detail::Held<T>;
   using Lock = std::lock_guard<std::mutex>;
+  using Key = std::conditional_t<ByAddress, const std::type_info*, TypeInfo>;
+
+  static Key key(const std::type_info& type) {
+    if constexpr (ByAddress) {
+      return &type;
+    } else {
+      return type;
+    }
+  }
 
   struct Budget : CacheBase {
     explicit Budget(memsize_t most) : CacheBase("means"), most_(most) {}
@@ -226,50 +239,60 @@ private:
     const memsize_t most_;
   };
   struct Queue;
-  struct Node : Item {
-    explicit Node(const std::type_info& domain) : Item(domain) {}
+  struct Creator;
+  struct Node : ReferenceBase<Node> {
+    explicit Node(const std::type_info& type) : domain(type) {}
+    virtual memsize_t memsize() const { return bench::Charge; }
+    virtual const std::type_info& DomainType() const { return domain; }
+    void unlink() {
+      next->prev = prev;
+      prev->next = next;
+      next = prev = this;
+    }
     Node* next = this;
     Node* prev = this;
     Queue* queue = nullptr;
     std::mutex mutex;
-    WeakPtr<Creature> creator;
+    WeakPtr<Creator> creator;
     std::string name;
+    const std::type_info& domain;
   };
   struct Queue {
     std::mutex mutex;
-    Node anchor{typeid(Queue)};
+    StrongPtr<Node> owner = new Node(typeid(Queue));
+    Node& anchor = *owner;
     std::atomic<memsize_t> bytes{0};
     std::atomic<std::uint32_t> entries{0};
   };
-  struct Creator : Creature {
-    Creator(SameMeans& owner, const std::type_info& domain)
-        : Creature(nullptr), means(owner), node(new Node(domain)) {}
-    StrongPtr<Cacheable> getCacheable() const override { return node; }
-    int release() override {
-      means.remove(*node);
+  struct Creator : ReferenceBase<Creator> {
+    Creator(SameMeans& all, const std::type_info& domain)
+        : means(all), owner(new Node(domain)), node(*owner) {}
+    virtual int release() {
+      means.remove(node);
       return 2;
     }
     SameMeans& means;
-    StrongPtr<Node, Cacheable> node;
+    StrongPtr<Node> owner;
+    Node& node;
   };
 
   static bool fits(const CacheBase& cache, memsize_t cost) {
     return cache.totalCost(false) + cost <= cache.limit();
   }
-  static Held<Creature> creatorOf(Node& node) {
+  static Held<Creator> creatorOf(Node& node) {
     const Lock own(node.mutex);
-    return Held<Creature>(node.creator);
+    return Held<Creator>(node.creator);
   }
-  static Held<Cacheable> oldest(Queue& queue) {
+  static Held<Node> oldest(Queue& queue) {
     const Lock ring(queue.anchor.mutex);
-    return Held<Cacheable>(queue.anchor.next->self());
+    return Held<Node>(queue.anchor.next->self());
   }
   void count(Queue& queue, memsize_t bytes, std::uint32_t entries) {
     queue.bytes.store(queue.bytes.load(std::memory_order_relaxed) + bytes,
                       std::memory_order_relaxed);
     queue.entries.store(queue.entries.load(std::memory_order_relaxed) + entries,
                         std::memory_order_relaxed);
-    budget_->total.fetch_add(bytes, std::memory_order_relaxed);
+    budget_.total.fetch_add(bytes, std::memory_order_relaxed);
   }
   void remove(Node& node) {
     const memsize_t size = node.memsize();
@@ -278,29 +301,25 @@ private:
       return;
     }
     const Lock ring(node.queue->anchor.mutex);
-    node.next->prev = node.prev;
-    node.prev->next = node.next;
-    node.next = node.prev = &node;
+    node.unlink();
     count(*node.queue, -size, ~0U);
     node.queue = nullptr;
   }
   void makeRoom(Queue& queue, memsize_t cost) {
-    const Held<CacheBase> cache(budget_->self());
+    const Held<CacheBase> cache(budget_.self());
     TOLVANE_PROFILE("adjust", 5);
     const Lock taken(queue.mutex);
     while (queue.entries.load(std::memory_order_relaxed) != 0 && !fits(*cache, cost)) {
       TOLVANE_PROFILE("adjust items", 5);
-      Held<Cacheable> held = oldest(queue);
-      const WeakPtr<Cacheable> candidate = held->self();
+      Held<Node> held = oldest(queue);
+      const WeakPtr<Node> candidate = held->self();
       benchmark::DoNotOptimize(held->memsize());
-      benchmark::DoNotOptimize(&held->DomainType());
-      Held<Creature> creator;
+      Held<Creator> creator;
       std::string name;
       {
-        Node& node = static_cast<Node&>(*held);
-        const Lock own(node.mutex);
-        name = node.name;
-        creator = Held<Creature>(node.creator);
+        const Lock own(held->mutex);
+        name = held->name;
+        creator = Held<Creator>(held->creator);
       }
       held.reset();
       const std::uint32_t before = queue.entries.load(std::memory_order_relaxed);
@@ -317,10 +336,11 @@ private:
     }
   }
 
-  StrongPtr<Budget, CacheBase> budget_;
-  std::unordered_map<TypeInfo, int> maps_;
-  std::unordered_map<TypeInfo, std::unique_ptr<Queue>> domains_;
-  std::vector<StrongPtr<Creator, Creature>> creators_;
+  StrongPtr<Budget, CacheBase> owner_;
+  Budget& budget_;
+  std::unordered_map<Key, int> maps_;
+  std::unordered_map<Key, std::unique_ptr<Queue>> domains_;
+  std::vector<StrongPtr<Creator>> creators_;
   std::vector<Node*> nodes_;
 };
 
@@ -370,6 +390,8 @@ void addDomains() {
   bench::addCache<Ring<1>>("floor, one mutex");
   bench::addCache<Ring<3>>("floor, three mutexes");
   bench::addInsertions<SameMeans<1>>("floor, the same means");
+  bench::insertEvicting<SameMeans<1, true>>("insert that evicts one",
+                                            "floor, the same means, types by address", 1'000, 1);
   return true;
 }();
 

@@ -84,6 +84,16 @@ TEST(CacheMultiQueue, AZombieMayLeaveAnother) {
   EXPECT_EQ(all.alive() + order(&queues), "bb|-|-");
   queues.purge_Hades();
   EXPECT_EQ(all.alive(), "");
+
+  // What comes in only now makes room as well.
+  CacheMultiQueue others;
+  Limited cache(15);
+  others.insert_zombie(all.add('c', 10));
+  all.add('d', 10);
+  all.data('c').onDeath = [&] { others.push_front(all['d']); };
+  all.drop('c');
+  EXPECT_TRUE(others.adjust(cache, 10));
+  EXPECT_EQ(all.alive() + order(&others), "d|d|-|-");
 }
 
 TEST(CreatorCacheMap, Listings) {

@@ -125,12 +125,14 @@ memsize_t CacheMultiQueue::purge() {
 }
 
 bool CacheMultiQueue::adjust(const CacheBase& cache, memsize_t newCost) {
-  CacheQueue* const primary = primary_.get();
-  if (CacheQueue::Lock::anyHeldByThisThread() && primary != nullptr &&
-      primary->heldByThisThread()) {
-    return false;
+  if (CacheQueue::Lock::anyHeldByThisThread()) {
+    const CacheQueue* const asking = primary_.get();
+    if (asking != nullptr && asking->heldByThisThread()) {
+      return false;
+    }
   }
-  purge_Hades();
+  purge_Hades(); // the end of a zombie may well be the first insertion
+  CacheQueue* const primary = primary_.get();
   if (primary == nullptr) {
     return false;
   }

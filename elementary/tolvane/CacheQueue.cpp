@@ -92,7 +92,7 @@ bool CacheQueue::Lock::waitLonger(CacheQueue& queue) {
   return true;
 }
 
-/// Takes a queue on a thread that holds another one.
+/// Takes a queue on a thread that holds one already; throws where it is that one.
 bool CacheQueue::Lock::lockInside(CacheQueue& queue, bool mayWait) {
   if (heldByThisThread(queue)) {
     throw std::system_error(std::make_error_code(std::errc::resource_deadlock_would_occur),
@@ -537,7 +537,8 @@ bool CacheQueue::Eviction::holdOldest(detail::Held<Cacheable>& entry) const {
   return true;
 }
 
-/// Whether a candidate without a live creator is to blame for it.
+/// Whether a candidate was forgotten by its creator, which is gone, so that asking reports it. If
+/// not, it went, or is about to, or was put aside because its creator is just being destroyed.
 bool CacheQueue::Eviction::isForgotten(const Candidate& candidate) {
   // In this order: a creator that is gone by now has taken its data along.
   const bool underDestruction = destructing(*candidate.maker);

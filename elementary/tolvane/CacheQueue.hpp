@@ -147,15 +147,15 @@ private:
   /// A queue of a domain of a cache, towards whose sums its own count.
   CacheQueue(std::shared_ptr<detail::CacheTotals> totals, const CacheMultiQueue* domain, Role role);
 
-  void count(memsize_t bytes, int entries) noexcept;
-  void countEntry(const CacheQueue* from, Entry entry) noexcept;
+  inline void count(memsize_t bytes, int entries) noexcept;
+  inline void countEntry(const CacheQueue* from, Entry entry) noexcept;
   bool put(const char* operation, const WeakPtr<Cacheable>& object, End end, Entry entry);
   bool insert(Cacheable& object, bool asOldest);
   static void trace(const char* operation, const WeakPtr<Cacheable>& object);
   bool askAgain(const WeakPtr<Cacheable>& object);
   bool includes(const Cacheable& object) const;
   bool isOldest(const WeakPtr<Cacheable>& object) const;
-  const Cacheable* firstAlive() const noexcept;
+  inline const Cacheable* firstAlive() const noexcept;
   bool holdOldest(detail::Held<Cacheable, Cacheable>& held) const noexcept;
   bool goesByItself(const WeakPtr<Cacheable>& entry) const;
   std::vector<WeakPtr<Cacheable>> snapshot() const;

@@ -208,7 +208,7 @@ private:
   bool refresh(Refresh result);
   bool enter(CacheQueue& queue, End end, Entry entry);
   bool moveFrom(CacheQueue& old, CacheQueue& queue, End end, Entry entry, memsize_t size);
-  bool relink(CacheQueue& queue, End end, Entry entry) noexcept;
+  inline bool relink(CacheQueue& queue, End end, Entry entry) noexcept;
 
   /// Leaves the ring; the links lead to the object itself from then on. Needs the mutexes of the
   /// object and of its queue's node.

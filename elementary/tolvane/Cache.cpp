@@ -188,8 +188,8 @@ bool Cache::adjust(const std::type_info& creatorType, const std::type_info& doma
 }
 
 /// Needs a hold on the cache, for what is asked to go may let go of it.
-bool Cache::makeRoom(const CreatorCacheMap::Place& place, const std::type_info& creatorType,
-                     const std::type_info& domainType, memsize_t newCost) {
+inline bool Cache::makeRoom(const CreatorCacheMap::Place& place, const std::type_info& creatorType,
+                            const std::type_info& domainType, memsize_t newCost) {
   if (verbosity() > 10) {
     std::printf("bool Cache::adjust(): Have %llu Allowed %llu new %llu\n", totalCost(false),
                 limit(), newCost);

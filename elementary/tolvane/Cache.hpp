@@ -164,8 +164,8 @@ private:
   template <class List>
   void list(List list) const;
   bool fits(memsize_t cost) const;
-  bool makeRoom(const CreatorCacheMap::Place& place, const std::type_info& creatorType,
-                const std::type_info& domainType, memsize_t newCost);
+  inline bool makeRoom(const CreatorCacheMap::Place& place, const std::type_info& creatorType,
+                       const std::type_info& domainType, memsize_t newCost);
   bool refuse(memsize_t cost, const std::type_info& creatorType, const std::type_info& domainType);
 
   CreatorCacheMap objects_;

@@ -56,12 +56,6 @@ bool CacheMultiQueue::push_back(const WeakPtr<Cacheable>& object) {
   return object && obtain(primary_, CacheQueue::Role::Primary).put_in_back(object);
 }
 
-/// Inserts an object that the caller holds together with its creator.
-bool CacheMultiQueue::insert(Cacheable& object, bool asOldest) {
-  CacheQueue& primary = obtain(primary_, CacheQueue::Role::Primary);
-  return primary.insert(object, asOldest);
-}
-
 bool CacheMultiQueue::isAlreadyIncluded(const WeakPtr<Cacheable>& object) const {
   bool included = false;
   forEachQueue([&](const CacheQueue& queue) { included |= queue.isAlreadyIncluded(object); });
@@ -124,6 +118,15 @@ memsize_t CacheMultiQueue::purge() {
   return freed;
 }
 
+/// Makes the oldest temporary object the first to be asked again.
+void CacheMultiQueue::takeBack(CacheQueue& primary, const CacheQueue& temporaries) {
+  if (const WeakPtr<Cacheable> returning = temporaries.oldest()) {
+    TOLVANE_VERBOSE_DOMAIN(5, "Mem")
+        << "  MOVING Temporary Item [" << nameOf(returning) << "] to Release Candidates.";
+    primary.askAgain(returning);
+  }
+}
+
 bool CacheMultiQueue::adjust(const CacheBase& cache, memsize_t newCost) {
   if (CacheQueue::Lock::anyHeldByThisThread()) {
     const CacheQueue* const asking = primary_.get();
@@ -137,12 +140,8 @@ bool CacheMultiQueue::adjust(const CacheBase& cache, memsize_t newCost) {
     return false;
   }
   CacheQueue& temporaries = obtain(temporaries_, CacheQueue::Role::Temporaries);
-  if (temporaries.nEntries() == 0) {
-    // Nothing comes back.
-  } else if (const WeakPtr<Cacheable> returning = temporaries.oldest()) {
-    TOLVANE_VERBOSE_DOMAIN(5, "Mem")
-        << "  MOVING Temporary Item [" << nameOf(returning) << "] to Release Candidates.";
-    primary->askAgain(returning);
+  if (temporaries.nEntries() != 0) {
+    takeBack(*primary, temporaries);
   }
   return primary->adjust(cache, newCost, temporaries, obtain(keepers_, CacheQueue::Role::Keepers));
 }

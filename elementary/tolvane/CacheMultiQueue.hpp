@@ -116,7 +116,11 @@ private:
     return queue != nullptr ? *queue : make(slot, role);
   }
   CacheQueue& make(Slot& slot, CacheQueue::Role role);
-  bool insert(Cacheable& object, bool asOldest);
+  /// Inserts an object that the caller holds together with its creator.
+  bool insert(Cacheable& object, bool asOldest) {
+    return obtain(primary_, CacheQueue::Role::Primary).insert(object, asOldest);
+  }
+  static void takeBack(CacheQueue& primary, const CacheQueue& temporaries);
   template <class Visit>
   void forEachQueue(Visit visit) const;
 

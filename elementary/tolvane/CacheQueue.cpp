@@ -432,7 +432,7 @@ public:
       : queue_(queue), cache_(cache), newCost_(newCost), temporaries_(temporaries),
         keepers_(keepers) {}
 
-  bool run();
+  inline bool run();
 
 private:
   /// What is asked about the oldest entry before its creator is: nothing holds the entry any more
@@ -457,10 +457,10 @@ private:
   };
 
   bool fitsNow() const { return fits(cache_.totalCost(false), newCost_, cache_.limit()); }
-  bool holdOldest(detail::Held<Cacheable>& entry) const;
+  inline bool holdOldest(detail::Held<Cacheable>& entry) const;
   bool isForgotten(const Candidate& candidate);
-  int ask(const Candidate& candidate);
-  void actOn(int answer, const Candidate& candidate, std::uint32_t entriesBefore);
+  inline int ask(const Candidate& candidate);
+  inline void actOn(int answer, const Candidate& candidate, std::uint32_t entriesBefore);
   void putAside(const Candidate& candidate, CacheQueue& queue);
   void trace(const Candidate& candidate) const;
   void traceRelease(const Candidate& candidate, std::uint32_t entriesBefore) const;

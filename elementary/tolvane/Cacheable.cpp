@@ -251,7 +251,8 @@ bool Cacheable::push(CacheQueue& queue, End end) {
 
 /// Enters a ring, or changes its place there; needs the mutexes of the object and of the nodes of
 /// its old and its new queue.
-inline bool Cacheable::relink(CacheQueue& queue, End end, Entry entry) noexcept {
+[[gnu::always_inline]] inline bool Cacheable::relink(CacheQueue& queue, End end,
+                                                     Entry entry) noexcept {
   if (queue.closed_) {
     return false;
   }

@@ -46,7 +46,8 @@ CacheMap& CreatorCacheMap::obtain(const std::type_info& creatorType) {
 
 CacheMap* CreatorCacheMap::find(const std::type_info& creatorType) const {
   const StrongPtr<CacheMap>* map = domains_->find(creatorType);
-  return map != nullptr ? map->get() : nullptr;
+  // A map that is found is never empty.
+  return map != nullptr ? detail::PointerAccess::held(*map) : nullptr;
 }
 
 bool CreatorCacheMap::insert(const WeakPtr<Cacheable>& object, bool asOldest) {
@@ -73,6 +74,12 @@ bool CreatorCacheMap::insert(Cacheable& object, const Place& place,
       return false;
     }
   }
+  return insertAnew(object, creatorType, domainType, asOldest);
+}
+
+/// The same where there are no queues yet, or none any more.
+bool CreatorCacheMap::insertAnew(Cacheable& object, const std::type_info& creatorType,
+                                 const std::type_info& domainType, bool asOldest) {
   for (;;) {
     CacheMap& map = obtain(creatorType);
     if (map.insert(object, domainType, asOldest)) {
@@ -167,13 +174,25 @@ bool CreatorCacheMap::adjust(const std::type_info& creatorType, const std::type_
 bool CreatorCacheMap::adjust(const Place& own, const std::type_info& creatorType,
                              const std::type_info& domainType, const CacheBase& cache,
                              memsize_t newCost) {
-  if (Cache::verbosity() >= 11) {
+  const bool told = Cache::verbosity() >= 11;
+  if (told) [[unlikely]] {
     const memsize_t have = own.map != nullptr ? own.map->memsize(true) : 0;
     std::printf(" CreatorCacheMap::adjust(%s, Cache, newCost=%luMB) HAVE %luMB of this domain\n",
                 Typename(creatorType).c_str(), static_cast<unsigned long>(newCost >> 20),
                 static_cast<unsigned long>(have >> 20));
     std::fflush(stdout);
   }
+  // Mostly the very domain makes room; where nothing is told on the way, it is asked at once.
+  const bool atOnce = !told && own.queues != nullptr;
+  if (atOnce && own.queues->adjust(cache, newCost)) {
+    return true;
+  }
+  return adjustAny({own.map, atOnce ? nullptr : own.queues}, domainType, cache, newCost);
+}
+
+/// Makes room in `own`, as far as it is given, or in any other domain.
+bool CreatorCacheMap::adjustAny(const Place& own, const std::type_info& domainType,
+                                const CacheBase& cache, memsize_t newCost) {
   if (own.map != nullptr && own.map->adjust(own.queues, domainType, cache, newCost)) {
     return true;
   }

@@ -99,8 +99,12 @@ private:
 
   bool insert(Cacheable& object, const Place& place, const std::type_info& creatorType,
               const std::type_info& domainType, bool asOldest);
+  bool insertAnew(Cacheable& object, const std::type_info& creatorType,
+                  const std::type_info& domainType, bool asOldest);
   bool adjust(const Place& own, const std::type_info& creatorType, const std::type_info& domainType,
               const CacheBase& cache, memsize_t newCost);
+  bool adjustAny(const Place& own, const std::type_info& domainType, const CacheBase& cache,
+                 memsize_t newCost);
   bool hasZombies() const noexcept;
   CacheMap& obtain(const std::type_info& creatorType);
   CacheMap* find(const std::type_info& creatorType) const;

@@ -7,7 +7,6 @@
 #include <memory>
 #include <string>
 #include <typeinfo>
-#include <utility>
 #include <vector>
 
 /// @file
@@ -35,27 +34,18 @@ std::vector<std::string> texts(bool mixed, std::size_t wordsEach);
 /// The word list, shuffled.
 const std::vector<std::string>& words();
 
-/// Drops what kept() keeps.
-extern std::function<void()> dropKept;
+/// Where kept() keeps a set-up; empty at first. All others go, unless the contestants take turns.
+std::shared_ptr<void>& placeOf(const std::string& key);
 
-/// Keeps the set-up of a benchmark between its calls, which are several per measurement; only the
-/// last one is kept. Not for use by more than one thread at a time.
+/// Keeps the set-up of a benchmark between its calls, which are several per measurement. Not for
+/// use by more than one thread at a time.
 template <class T, class Make>
 T& kept(const std::string& key, Make make) {
-  static std::string& lastKey = *new std::string;
-  static std::shared_ptr<T>& last = *new std::shared_ptr<T>;
-  if (lastKey != key) {
-    if (dropKept) {
-      std::exchange(dropKept, nullptr)();
-    }
-    last = make();
-    lastKey = key;
-    dropKept = [] {
-      last.reset();
-      lastKey.clear();
-    };
+  std::shared_ptr<void>& place = placeOf(key);
+  if (place == nullptr) {
+    place = make();
   }
-  return *last;
+  return *static_cast<T*>(place.get());
 }
 
 /// Says what `count` of something take on the heap, each; `make` returns what keeps them there.

@@ -5,13 +5,12 @@
 #include <cstdio>
 #include <fstream>
 #include <malloc.h>
+#include <map>
 #include <mutex>
 #include <random>
 #include <thread>
 
 namespace bench {
-
-std::function<void()> dropKept;
 
 const std::vector<std::uint32_t>& sequence(std::uint32_t limit) {
   static auto& all = *new std::vector<std::pair<std::uint32_t, std::vector<std::uint32_t>>>;
@@ -111,6 +110,14 @@ std::size_t heapBytes() {
   return info.uordblks + info.hblkhd;
 }
 
+/// The set-ups that are kept, by key.
+std::map<std::string, std::shared_ptr<void>>& setUps() {
+  static auto& all = *new std::map<std::string, std::shared_ptr<void>>;
+  return all;
+}
+
+bool theyTakeTurns = false;
+
 /// Runs one benchmark so many times, for those who count its instructions.
 int countOne(const std::string& name, const std::string& times) {
   for (const auto& row : contestants()) {
@@ -136,6 +143,13 @@ void add(const std::string& name, Body body, int threads, Configure configure) {
   row->push_back({name, std::move(body), threads, std::move(configure)});
 }
 
+std::shared_ptr<void>& placeOf(const std::string& key) {
+  if (!theyTakeTurns && !setUps().contains(key)) {
+    setUps().clear();
+  }
+  return setUps()[key];
+}
+
 void note(const std::string& what, std::size_t count, std::function<std::shared_ptr<void>()> make) {
   notes().push_back({what, count, std::move(make)});
 }
@@ -149,6 +163,9 @@ int main(int count, char** arguments) {
   if (count == 3 && first.starts_with("--count=")) {
     return bench::countOne(first.substr(8), std::string(arguments[2]).substr(8));
   }
+  bench::theyTakeTurns = std::any_of(arguments, arguments + count, [](const char* argument) {
+    return std::string_view(argument) == "--benchmark_enable_random_interleaving=true";
+  });
   benchmark::Initialize(&count, arguments);
   if (benchmark::ReportUnrecognizedArguments(count, arguments)) {
     return 1;
@@ -166,8 +183,6 @@ int main(int count, char** arguments) {
     }
   }
   benchmark::RunSpecifiedBenchmarks();
-  if (bench::dropKept) {
-    bench::dropKept();
-  }
+  bench::setUps().clear();
   return 0;
 }

@@ -1,10 +1,10 @@
 #!/usr/bin/env python3
 """Runs the benchmarks several times and says how each row of work compares with its peers.
 
-Within a run the contestants of a row are compared with each other, since the speed of a shared
-machine changes from run to run; of repetitions within a run (--benchmark_repetitions=N) their median
-counts. The table shows medians over the runs in nanoseconds, the median of
-the ratios, and its spread. A lead over a peer is "reached" only when our slowest run is ahead of the
+The speed of a shared machine changes within seconds. So the rows that are compared with each other
+run in a process of their own, where their contestants take turns, in a random order, as often as
+--benchmark_repetitions says; the median of the repetitions counts. The table shows medians over the
+runs in nanoseconds, the median of the ratios, and its spread. A lead over a peer is "reached" only when our slowest run is ahead of the
 peer's fastest one; "about" stands for medians that are ahead, or within the bound, while the runs
 overlap.
 """
@@ -101,16 +101,47 @@ def goals():
     yield from one("loader among 100", "osgDB", 0, "tolvane, load")
 
 
-def run(program, options):
-    output = subprocess.run([program, "--benchmark_format=json", *options], check=True,
+def plain(name):
+    """The name of a benchmark without what the benchmark library adds."""
+    return re.sub(r"/(iterations:\d+/)?(real_time|manual_time)(/threads:\d+)?$", "", name)
+
+
+def groups(program, wanted):
+    """The rows that are compared with each other: those of all numbers of threads and domains."""
+    listed = subprocess.run([program, "--benchmark_list_tests=true"], check=True, text=True,
                             stdout=subprocess.PIPE, stderr=subprocess.DEVNULL).stdout
+    rows = {}
+    for line in listed.splitlines():
+        row = plain(line).rsplit("/", 1)[0]
+        if "_time" not in line or not re.search(wanted, line):
+            continue
+        key = re.sub(r"/\d threads|(?<=domains)/\d+|(?<=evicts)/\d+", "", row)
+        if row not in rows.setdefault(key, []):
+            rows[key].append(row)
+    return list(rows.values())
+
+
+def run(program, wanted, options):
+    """The times of the wanted benchmarks; each group of rows runs by itself."""
+    times = {}
+    context = {}
+    for rows in groups(program, wanted):
+        context, more = run_group(program, rows, options)
+        times |= more
+    return context, times
+
+
+def run_group(program, rows, options):
+    output = subprocess.run(
+        [program, "--benchmark_format=json", "--benchmark_enable_random_interleaving=true",
+         f"--benchmark_filter=^({'|'.join(rows)})/[^/]*/(iterations|real_time|manual_time)",
+         *options], check=True, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL).stdout
     data = json.loads(output)
     times = {}
     for entry in data["benchmarks"]:
         if entry["run_type"] != "iteration":
             continue
-        name = re.sub(r"/(iterations:\d+/)?(real_time|manual_time)(/threads:\d+)?$", "",
-                      entry["name"])
+        name = plain(entry["name"])
         # What a thread was kept from its core by others is not its work; of two threads, and where
         # the program measures by itself, only the clock tells.
         alone = entry["threads"] == 1 and "manual_time" not in entry["name"]
@@ -154,12 +185,13 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__)
     parser.add_argument("program")
     parser.add_argument("--runs", type=int, default=3)
+    parser.add_argument("--benchmark_filter", default="", help="only the rows that this matches")
     parser.add_argument("--keep", help="writes the times of all runs to this file as well")
     arguments, options = parser.parse_known_args()
     runs = []
     for number in range(arguments.runs):
         print(f"run {number + 1} of {arguments.runs}", file=sys.stderr)
-        context, times = run(arguments.program, options)
+        context, times = run(arguments.program, arguments.benchmark_filter, options)
         runs.append(times)
     if arguments.keep:
         with open(arguments.keep, "w", encoding="utf-8") as file:

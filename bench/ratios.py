@@ -2,11 +2,11 @@
 """Runs the benchmarks several times and says how each row of work compares with its peers.
 
 The speed of a shared machine changes within seconds. So the rows that are compared with each other
-run in a process of their own, where their contestants take turns, in a random order, as often as
---benchmark_repetitions says; the median of the repetitions counts. The table shows medians over the
-runs in nanoseconds, the median of the ratios, and its spread. A lead over a peer is "reached" only when our slowest run is ahead of the
-peer's fastest one; "about" stands for medians that are ahead, or within the bound, while the runs
-overlap.
+run in a process of their own. With --benchmark_repetitions=N their contestants take turns there, in
+a random order, N times, and the median counts; all their set-ups stay in memory meanwhile. The table
+shows medians over the runs in nanoseconds, the median of the ratios, and its spread. A lead over a
+peer is "reached" only when our slowest run is ahead of the peer's fastest one; "about" stands for
+medians that are ahead, or within the bound, while the runs overlap.
 """
 import argparse
 import json
@@ -132,8 +132,10 @@ def run(program, wanted, options):
 
 
 def run_group(program, rows, options):
+    if any(option.startswith("--benchmark_repetitions") for option in options):
+        options = ["--benchmark_enable_random_interleaving=true", *options]
     output = subprocess.run(
-        [program, "--benchmark_format=json", "--benchmark_enable_random_interleaving=true",
+        [program, "--benchmark_format=json",
          f"--benchmark_filter=^({'|'.join(rows)})/[^/]*/(iterations|real_time|manual_time)",
          *options], check=True, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL).stdout
     data = json.loads(output)

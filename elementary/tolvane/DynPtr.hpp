@@ -146,7 +146,7 @@ public:
   T* get() const noexcept {
     static_assert(
         requires { sizeof(T); }, "include the header of T before its object is looked at");
-    return myReferer != nullptr && myReferer->alive() ? known() : nullptr;
+    return myReferer != nullptr ? aimed(myReferer->living()) : nullptr;
   }
 
   /// Whether the object is alive.
@@ -228,12 +228,21 @@ protected:
     return referer;
   }
 
-  /// The object, which is alive.
+  /// The object, which is held.
   T* known() const noexcept {
     if constexpr (KeepsTarget) {
       return target_.get();
     } else {
-      return static_cast<T*>(static_cast<ReferenceBase<Base>*>(myReferer->object()));
+      return aimed(myReferer->object());
+    }
+  }
+
+  /// What the record knows as `object`, as what the pointer knows it as; null remains null.
+  T* aimed(void* object) const noexcept {
+    if constexpr (KeepsTarget) {
+      return object != nullptr ? target_.get() : nullptr;
+    } else {
+      return static_cast<T*>(static_cast<ReferenceBase<Base>*>(object));
     }
   }
 

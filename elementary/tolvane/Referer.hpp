@@ -59,11 +59,13 @@ public:
   /// Whether the object's destructors are through; a dead object may still be at it.
   bool gone() const noexcept { return (object_.load() & Gone) != 0; }
 
-  /// Whether an access is valid now: the object is there and not marked as dead.
-  bool alive() const noexcept {
-    return strongOf(word_.load(std::memory_order_acquire)) >= 0 &&
-           object_.load(std::memory_order_acquire) != 0;
+  /// The object if an access is valid now: it is there and not marked as dead; else null.
+  void* living() const noexcept {
+    return strongOf(word_.load(std::memory_order_acquire)) >= 0
+               ? address(object_.load(std::memory_order_acquire))
+               : nullptr;
   }
+  bool alive() const noexcept { return living() != nullptr; }
 
   /// One more weak holder. Dead objects may have new weak holders: Done, or AtLimit.
   Raise addWeak() noexcept {

@@ -115,10 +115,27 @@ public:
 
   /// Reads up to the delimiter `close` that is not in pairs of delimiters.
   std::pair<bool, std::string> delimited(char open, char close) {
-    std::uint64_t depth = 0;
     in_.advance();
     auto answer = firstRun();
-    for (std::string& token = answer.second; !in_.atEnd(); token.append(takeRun())) {
+    if (next() == close && !in_.atEnd()) [[likely]]
+      in_.advance();
+    else
+      readNested(answer.second, open, close);
+    return answer;
+  }
+
+  /// Reads up to a byte of the set, which is taken only where there is nothing before it.
+  std::pair<bool, std::string> bare() {
+    auto answer = firstRun();
+    if (!stops_.has(next()) || answer.second.empty()) [[unlikely]]
+      readLines(answer.second);
+    return answer;
+  }
+
+private:
+  /// The rest of a delimited token.
+  [[gnu::noinline]] void readNested(std::string& token, char open, char close) {
+    for (std::uint64_t depth = 0; !in_.atEnd(); token.append(takeRun())) {
       const char c = in_.advance();
       if (depth == 0 && c == close)
         break;
@@ -128,13 +145,11 @@ public:
       else if (c == close)
         --depth;
     }
-    return answer;
   }
 
-  /// Reads up to a byte of the set, which is taken only where there is nothing before it.
-  std::pair<bool, std::string> bare() {
-    auto answer = firstRun();
-    for (std::string& token = answer.second; !in_.atEnd(); token.append(takeRun())) {
+  /// The rest of a bare token; line feeds may belong to it.
+  [[gnu::noinline]] void readLines(std::string& token) {
+    for (; !in_.atEnd(); token.append(takeRun())) {
       const char c = next();
       if (c == '\0' || stops_.has(c)) {
         if (token.empty())
@@ -144,10 +159,8 @@ public:
       token += c;
       in_.advance();
     }
-    return answer;
   }
 
-private:
   /// The next byte; a NUL at the end.
   char next() const { return in_.text_[static_cast<std::size_t>(in_.position_)]; }
 
@@ -177,7 +190,7 @@ private:
 namespace {
 
 // A byte counts only when another one follows it: the token that ends with the text is not found.
-std::pair<bool, std::string> readLength(input_string& in) {
+[[gnu::noinline]] std::pair<bool, std::string> readLength(input_string& in) {
   in.get();
   std::uint32_t length = 0;
   for (unsigned shift = 0; shift < 32; shift += 8) {
@@ -196,9 +209,16 @@ std::pair<bool, std::string> readLength(input_string& in) {
   return {true, std::move(token)};
 }
 
-std::pair<bool, std::string> readDelimited(input_string& in, char open, char close) {
+// The rarer forms are apart: what they need on the stack is not set up for the others.
+[[gnu::noinline]] std::pair<bool, std::string> readDelimited(input_string& in, char open,
+                                                             char close) {
   const char delimiters[] = {open, close};
   return detail::TokenReader(in, ByteSet(std::string_view(delimiters, 2))).delimited(open, close);
+}
+
+[[gnu::noinline]] std::pair<bool, std::string> readBare(input_string& in,
+                                                        const std::string& terminators) {
+  return detail::TokenReader(in, ByteSet(terminators)).bare();
 }
 
 /// Reads a token whose first byte tells its delimiters.
@@ -218,8 +238,27 @@ std::pair<bool, std::string> readDetected(input_string& in, char first,
   case '"':
     return detail::TokenReader(in, quotes).delimited('"', '"');
   default:
-    return detail::TokenReader(in, *GivenSet(terminators)).bare();
+    return terminators == usualBytes ? detail::TokenReader(in, usualSet).bare()
+                                     : readBare(in, terminators);
   }
+}
+
+std::pair<bool, std::string> readToken(input_string& in, char open, char close,
+                                       const std::string& terminators) {
+  if (in.atEnd())
+    return {false, {}};
+  const char first = in.peek().second;
+  if (first == StreamString::ENQ)
+    return readLength(in);
+  return open == StreamString::ENQ ? readDetected(in, first, terminators)
+                                   : readDelimited(in, open, close);
+}
+
+[[gnu::noinline]] std::pair<bool, std::string> readEscaped(input_string& in, char open, char close,
+                                                           const std::string& terminators) {
+  auto answer = readToken(in, open, close, terminators);
+  answer.second = StreamString::decodeEscaped(answer.second);
+  return answer;
 }
 
 } // namespace
@@ -303,15 +342,7 @@ std::string StreamString::decodeEscaped(const std::string& s) {
 std::pair<bool, std::string> StreamString::decodeIdentifier(input_string& in, char open, char close,
                                                             const std::string& terminators,
                                                             bool flag) {
-  if (in.atEnd())
-    return {false, {}};
-  const char first = in.peek().second;
-  if (first == ENQ)
-    return readLength(in);
-  auto answer = open == ENQ ? readDetected(in, first, terminators) : readDelimited(in, open, close);
-  if (flag)
-    answer.second = decodeEscaped(answer.second);
-  return answer;
+  return flag ? readEscaped(in, open, close, terminators) : readToken(in, open, close, terminators);
 }
 
 } // namespace Pelko

@@ -27,14 +27,17 @@ private:
 /// Gives its item up without destroying it: to make and destroy objects is not what is measured.
 class Maker : public Creature {
 public:
-  Maker(const WeakPtr<Cache, CacheBase>& cache, const std::type_info& domain)
-      : Creature(cache), item_(new Item(domain)) {}
+  explicit Maker(const WeakPtr<Cache, CacheBase>& cache) : Creature(cache) {}
+  Item& make(const std::type_info& domain) {
+    item_ = new Item(domain);
+    item_->setCreator(self());
+    return *item_;
+  }
   StrongPtr<Cacheable> getCacheable() const override { return item_; }
   int release() override {
     item_->leaveQueue();
     return 2;
   }
-  Item& item() const { return *item_; }
 
 private:
   StrongPtr<Item, Cacheable> item_;
@@ -53,18 +56,19 @@ const std::vector<const std::type_info*>& tags() {
   return all;
 }
 
-/// Keys go to the domains in stripes when `Stripes`, for one domain per thread, else in turns.
+/// Keys go to the domains in stripes when `Stripes`, for one domain per thread, else in turns. As
+/// in a host the creators are there before what they make.
 template <std::uint32_t Domains, bool Stripes = false>
 class Tolvanes {
 public:
   Tolvanes(std::uint32_t capacity, std::uint32_t objects)
       : cache_(new Cache(capacity * bench::Charge, "bench")) {
+    while (makers_.size() < objects) {
+      makers_.emplace_back(new Maker(cache_));
+    }
     for (std::uint32_t key = 0; key < objects; ++key) {
       const std::uint32_t domain = Stripes ? key / (objects / Domains) : key % Domains;
-      StrongPtr<Maker, Creature> maker = new Maker(cache_, *tags()[domain]);
-      maker->item().setCreator(maker->self());
-      items_.push_back(&maker->item());
-      makers_.push_back(std::move(maker));
+      items_.push_back(&makers_[key]->make(*tags()[domain]));
     }
   }
   ~Tolvanes() {
@@ -133,7 +137,8 @@ private:
     Node* next = this;
     Node* prev = this;
     std::mutex mutex;
-    char rest[sizeof(Item) - 56]; // an object of the same size
+    std::unique_ptr<std::uint64_t[]> record{new std::uint64_t[2]}; // as all objects have one
+    char rest[sizeof(Item) - 64];                                  // an object of the same size
   };
   struct NoGuard {
     explicit NoGuard(std::mutex&) {}
@@ -178,12 +183,12 @@ public:
     for (std::uint32_t domain = 0; domain < Domains; ++domain) {
       domains_.emplace(key(*tags()[domain]), std::make_unique<Queue>());
     }
+    while (creators_.size() < objects) {
+      creators_.emplace_back(new Creator(*this));
+    }
     for (std::uint32_t number = 0; number < objects; ++number) {
       const std::uint32_t domain = number / ((objects + Domains - 1) / Domains);
-      StrongPtr<Creator> creator = new Creator(*this, *tags()[domain]);
-      creator->node.creator = creator->self();
-      nodes_.push_back(&creator->node);
-      creators_.push_back(std::move(creator));
+      nodes_.push_back(&creators_[number]->make(*tags()[domain]));
     }
   }
 
@@ -265,15 +270,18 @@ private:
     std::atomic<std::uint32_t> entries{0};
   };
   struct Creator : ReferenceBase<Creator> {
-    Creator(SameMeans& all, const std::type_info& domain)
-        : means(all), owner(new Node(domain)), node(*owner) {}
+    explicit Creator(SameMeans& all) : means(all) {}
+    Node& make(const std::type_info& domain) {
+      node = new Node(domain);
+      node->creator = this->self();
+      return *node;
+    }
     virtual int release() {
-      means.remove(node);
+      means.remove(*node);
       return 2;
     }
     SameMeans& means;
-    StrongPtr<Node> owner;
-    Node& node;
+    StrongPtr<Node> node;
   };
 
   static bool fits(const CacheBase& cache, memsize_t cost) {

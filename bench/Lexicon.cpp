@@ -49,8 +49,8 @@ private:
 };
 
 /// A trie of 256 plain pointers a node; or, with records, of the means that ours has to use: slots
-/// of pointer and serial, the way over a record beside the child, and a map by type for what a word
-/// has.
+/// of pointer and serial, the way over a record beside the child, and a map by type beside each
+/// node for what a word has.
 template <bool Records>
 class Naive {
 public:
@@ -90,12 +90,15 @@ private:
     std::unique_ptr<Node> node;
   };
   struct Record {
-    std::uint64_t counts = 1;
-    std::unique_ptr<Node> node = std::make_unique<Node>();
+    std::uint64_t counts;
+    std::unique_ptr<Node> node;
   };
   struct Recorded {
     bool empty() const { return record == nullptr; }
-    void fill() { record = std::make_unique<Record>(); }
+    void fill() {
+      auto node = std::make_unique<Node>();
+      record.reset(new Record{1, std::move(node)});
+    }
     Node* get() const { return record->counts != 0 ? record->node.get() : nullptr; }
     std::uint64_t serial = 0;
     std::unique_ptr<Record> record;
@@ -107,9 +110,11 @@ private:
   };
   struct ByType {
     using Map = std::unordered_map<Tolvane::TypeInfo, std::unique_ptr<Node>>;
-    void set() { (map ? map : map = std::make_unique<Map>())->try_emplace(typeid(EndOfWord)); }
-    bool get() const { return map && map->find(typeid(EndOfWord)) != map->end(); }
-    std::unique_ptr<Map> map;
+    void set() { map->try_emplace(typeid(EndOfWord)); }
+    bool get() const { return map->find(typeid(EndOfWord)) != map->end(); }
+    std::unique_ptr<Map> map = std::make_unique<Map>();
+    // Two virtual tables, a pointer of its own with its serial, the number of the instance.
+    std::array<std::uint64_t, 5> object{};
   };
   using Slot = std::conditional_t<Records, Recorded, Plain>;
   using End = std::conditional_t<Records, ByType, Flag>;

@@ -172,8 +172,9 @@ private:
 /// the queue, holds the oldest entry and its creator, notes its size and name for reports, lets go
 /// of the entry, asks the creator, which takes it out of its ring, and looks whether it went.
 /// Sizes, domains, the sum of the cache and its limit are asked by virtual functions, and the three
-/// scopes of the profiler are passed. With `Domains` the keys are in stripes, each with a queue of
-/// its own; with `ByAddress` the domains are found by where their types stand in memory.
+/// scopes of the profiler are passed. The objects are as large as ours. With `Domains` the keys are
+/// in stripes, each with a queue of its own; with `ByAddress` the domains are found by where their
+/// types stand in memory.
 template <std::uint32_t Domains, bool ByAddress = false>
 class SameMeans {
 public:
@@ -269,7 +270,7 @@ private:
     std::atomic<memsize_t> bytes{0};
     std::atomic<std::uint32_t> entries{0};
   };
-  struct Creator : ReferenceBase<Creator> {
+  struct Creator : ReferenceBase<Creator>, Intercube {
     explicit Creator(SameMeans& all) : means(all) {}
     Node& make(const std::type_info& domain) {
       node = new Node(domain);
@@ -282,6 +283,7 @@ private:
     }
     SameMeans& means;
     StrongPtr<Node> node;
+    char rest[sizeof(Maker) - sizeof(ReferenceBase<Creature>) - sizeof(Intercube) - 24];
   };
 
   static bool fits(const CacheBase& cache, memsize_t cost) {

@@ -297,23 +297,29 @@ std::string StreamString::encodeEscaped(const std::string& s) {
   const char* at = s.data();
   while (end - at >= 8 && allAbove63(at))
     at += 8;
-  const auto unchanged = static_cast<std::size_t>(at - s.data());
-  std::size_t added = 0;
-  for (const char* c = at; c != end; ++c)
-    added += escapeOf(*c).withDle ? 1U : 0U;
-  std::string result(s.size() + added, DLE);
-  s.copy(result.data(), unchanged);
-  char* out = result.data() + unchanged;
-  for (; at != end; ++at) {
-    const Escape& escape = escapeOf(*at);
-    out += escape.withDle ? 1U : 0U; // over a DLE that is there
-    *out++ = escape.byte;
+  if (at == end)
+    return s;
+  // By blocks, so that each byte is looked at once and no more memory is taken than the result
+  // fills.
+  std::array<char, 512> block;
+  std::string result;
+  for (auto unchanged = static_cast<std::size_t>(at - s.data());; unchanged = 0) {
+    char* out = block.data();
+    const char* const stop = at + std::min<std::ptrdiff_t>(end - at, block.size() / 2);
+    for (; at != stop; ++at) {
+      const Escape& escape = escapeOf(*at);
+      *out = DLE;
+      out += escape.withDle ? 1U : 0U;
+      *out++ = escape.byte;
+    }
+    const auto size = static_cast<std::size_t>(out - block.data());
+    result.reserve(result.size() + unchanged + size);
+    result.append(s, 0, unchanged).append(block.data(), size);
+    if (at == end)
+      return result;
   }
-  return result;
 }
 
-// The reverse substitutions in one pass. They differ from a left-to-right reading of pairs only
-// where several DLE stand side by side: a "_" takes the last one of them before they pair up.
 std::string StreamString::decodeEscaped(const std::string& s) {
   std::string result;
   result.reserve(s.size());

@@ -41,6 +41,9 @@ TEST(StreamString, Encoders) {
       {StreamString::decodeEscaped("\x10_\x10\x10\x10\x11\x10\x12\x10\x11_\x10"), "- ,.,_\x10"}};
   for (const auto& [got, expected] : cases)
     EXPECT_EQ(got, expected);
+  std::string text = "abcdefghijk"; // longer and longer, over the ends of the blocks
+  for (const char* more = "-a, b.c=de"; text.size() < 1100; text += more[text.size() % 10])
+    EXPECT_EQ(StreamString::encodeEscaped(text), rules::escaped(text));
 }
 
 TEST(StreamString, TokensAndLinesAreThoseOfTheRules) {

@@ -44,6 +44,12 @@ TEST(StreamString, Encoders) {
   std::string text = "abcdefghijk"; // longer and longer, over the ends of the blocks
   for (const char* more = "-a, b.c=de"; text.size() < 1100; text += more[text.size() % 10])
     EXPECT_EQ(StreamString::encodeEscaped(text), rules::escaped(text));
+  for (const std::size_t size : {255U, 256U, 257U, 513U}) {
+    const std::string blanks(size, ' ');
+    EXPECT_EQ(StreamString::encodeEscaped(blanks), std::string(2 * size, '\x10'));
+    EXPECT_EQ(StreamString::encodeEscaped(bytes300 + blanks),
+              bytes300 + std::string(2 * size, '\x10'));
+  }
 }
 
 TEST(StreamString, TokensAndLinesAreThoseOfTheRules) {

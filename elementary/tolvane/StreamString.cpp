@@ -254,10 +254,13 @@ std::pair<bool, std::string> readToken(input_string& in, char open, char close,
                                    : readDelimited(in, open, close);
 }
 
+// A token whose length is given is taken as it is.
 [[gnu::noinline]] std::pair<bool, std::string> readEscaped(input_string& in, char open, char close,
                                                            const std::string& terminators) {
+  const bool isLength = in.peek() == std::pair(true, StreamString::ENQ);
   auto answer = readToken(in, open, close, terminators);
-  answer.second = StreamString::decodeEscaped(answer.second);
+  if (!isLength)
+    answer.second = StreamString::decodeEscaped(answer.second);
   return answer;
 }
 
@@ -299,14 +302,16 @@ std::string StreamString::encodeEscaped(const std::string& s) {
     at += 8;
   if (at == end)
     return s;
-  // By blocks, so that each byte is looked at once and no more memory is taken than the result
-  // fills.
+  // By blocks, so that each byte of a short text is looked at once.
   std::array<char, 512> block;
+  constexpr std::ptrdiff_t most = block.size() / 2;
   std::string result;
+  if (end - at > most)
+    result.reserve(s.size() + static_cast<std::size_t>(std::count_if(
+                                  at, end, [](char c) { return escapeOf(c).withDle; })));
   for (auto unchanged = static_cast<std::size_t>(at - s.data());; unchanged = 0) {
     char* out = block.data();
-    const char* const stop = at + std::min<std::ptrdiff_t>(end - at, block.size() / 2);
-    for (; at != stop; ++at) {
+    for (const char* const stop = at + std::min(end - at, most); at != stop; ++at) {
       const Escape& escape = escapeOf(*at);
       *out = DLE;
       out += escape.withDle ? 1U : 0U;
@@ -320,6 +325,8 @@ std::string StreamString::encodeEscaped(const std::string& s) {
   }
 }
 
+// The reverse substitutions in one pass. They differ from a left-to-right reading of pairs only
+// where several DLE stand side by side: a "_" takes the last one of them before they pair up.
 std::string StreamString::decodeEscaped(const std::string& s) {
   std::string result;
   result.reserve(s.size());

@@ -300,6 +300,8 @@ std::string StreamString::encodeEscaped(const std::string& s) {
   const char* at = s.data();
   while (end - at >= 8 && allAbove63(at))
     at += 8;
+  while (at != end && escapeOf(*at).byte == *at)
+    ++at;
   if (at == end)
     return s;
   // By blocks, so that each byte of a short text is looked at once.

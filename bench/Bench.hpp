@@ -37,6 +37,9 @@ const std::vector<std::string>& words();
 /// Where kept() keeps a set-up; empty at first. All others go, unless the contestants take turns.
 std::shared_ptr<void>& placeOf(const std::string& key);
 
+/// Drops the set-ups of the contestant that `key` ends with, but for the one under `key` itself.
+void dropOthers(const std::string& key);
+
 /// Keeps the set-up of a benchmark between its calls, which are several per measurement. Not for
 /// use by more than one thread at a time.
 template <class T, class Make>

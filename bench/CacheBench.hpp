@@ -37,6 +37,9 @@ CacheSetup<Contestant>& setUp(const benchmark::State& state, const std::string& 
   static std::atomic<CacheSetup<Contestant>*> shared{nullptr};
   static std::atomic<int> taken{0};
   if (state.thread_index() == 0) {
+    if constexpr (requires { Contestant::OneAtATime; }) {
+      dropOthers(key);
+    }
     shared = &kept<CacheSetup<Contestant>>(
         key, [&] { return std::make_shared<CacheSetup<Contestant>>(capacity, objects, filled); });
   }
@@ -73,15 +76,14 @@ void touchEntries(const std::string& name, std::uint32_t entries, int threads) {
 
 /// Inserts into a cache with room for all; every round empties it again, which is not timed.
 template <class Contestant>
-void insertFitting(const std::string& name) {
-  constexpr std::uint32_t Batch = 100'000;
-  const std::string full = "insert without eviction/" + name;
+void insertFitting(const std::string& row, const std::string& name, std::uint32_t batch) {
+  const std::string full = row + "/" + name;
   add(full, [=](benchmark::State& state) {
-    auto& cache = setUp<Contestant>(state, full, Batch * 2, Batch, 0).cache;
+    auto& cache = setUp<Contestant>(state, full, batch * 2, batch, 0).cache;
     std::uint32_t key = 0;
     for (auto _ : state) {
       cache.insert(key);
-      if (++key == Batch) {
+      if (++key == batch) {
         state.PauseTiming();
         while (key > 0) {
           cache.erase(--key);
@@ -131,7 +133,7 @@ void addInsertions(const std::string& name, bool threadSafe = true) {
       insertEvicting<Contestant>("insert that evicts one", name, entries, threads);
     }
   }
-  insertFitting<Contestant>(name);
+  insertFitting<Contestant>("insert without eviction", name, 100'000);
 }
 
 template <class Contestant>

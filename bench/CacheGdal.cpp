@@ -32,6 +32,9 @@ public:
 
 class Gdal {
 public:
+  /// The limit is that of the process, so that two of them would share it.
+  static constexpr bool OneAtATime = true;
+
   Gdal(std::uint32_t capacity, std::uint32_t objects)
       : dataset_(std::make_unique<Rasters>(static_cast<int>(objects))),
         band_(dataset_->GetRasterBand(1)) {

@@ -128,6 +128,8 @@ Texts readOnePass(const std::string& text) {
         return text;
       });
   bench::addEscapes("floor, one pass", &onePass, &onePassBack);
+  const auto copy = [](const std::string& text) { return text; };
+  bench::addEscapes("floor, memcpy", copy, copy);
   bench::addTokens(
       "tolvane",
       [](const Texts& texts) {

@@ -1,4 +1,4 @@
-// The tokenizer of Boost, and names of types by it.
+// The tokenizer of Boost.
 #include "CodecBench.hpp"
 
 #include <boost/tokenizer.hpp>

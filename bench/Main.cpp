@@ -150,6 +150,13 @@ std::shared_ptr<void>& placeOf(const std::string& key) {
   return setUps()[key];
 }
 
+void dropOthers(const std::string& key) {
+  const std::string_view contestant = std::string_view(key).substr(key.rfind('/'));
+  std::erase_if(setUps(), [&](const auto& setUp) {
+    return setUp.first != key && setUp.first.ends_with(contestant);
+  });
+}
+
 void note(const std::string& what, std::size_t count, std::function<std::shared_ptr<void>()> make) {
   notes().push_back({what, count, std::move(make)});
 }

@@ -10,6 +10,7 @@ spdlog::logger& logger() {
   static auto& the = *new std::shared_ptr<spdlog::logger>([] {
     auto made = spdlog::stderr_logger_mt("bench");
     made->flush_on(spdlog::level::trace);
+    made->set_pattern("%v"); // no time stamp, as ours have none
     return made;
   }());
   return *the;

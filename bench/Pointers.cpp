@@ -100,6 +100,11 @@ struct TwoHops {
   static Strong make() { return {}; }
 };
 
+/// What nobody checks.
+struct Raw {
+  static std::unique_ptr<Payload> make() { return std::make_unique<Payload>(); }
+};
+
 [[maybe_unused]] const bool added = [] {
   bench::addStrong<Ours>("tolvane");
   bench::addWeak<Ours>("tolvane");
@@ -118,14 +123,15 @@ struct TwoHops {
                                      auto other = pointer;
                                      benchmark::DoNotOptimize(other);
                                    });
-  bench::overObjects<TwoHops>("checked access", "floor, two hops", bench::Objects, 1,
-                              [](auto& pointer) {
-                                benchmark::DoNotOptimize(pointer->values[0]);
-                                benchmark::ClobberMemory();
-                              });
+  const auto access = [](auto& pointer) {
+    benchmark::DoNotOptimize(pointer->values[0]);
+    benchmark::ClobberMemory();
+  };
+  bench::overObjects<TwoHops>("checked access", "floor, two hops", bench::Objects, 1, access);
+  bench::overObjects<Raw>("checked access", "floor, raw pointer", bench::Objects, 1, access);
   bench::add("make and destroy/floor, one block", makeAndDestroy<Polymorphic>);
   bench::add("make and destroy/floor, two blocks", makeAndDestroy<TwoBlocks>);
-  bench::note("object of 32 bytes, with its record", 1000, [] {
+  bench::note("object of 32 bytes, with its record and a pointer to it", 1000, [] {
     auto made = std::make_shared<std::vector<Ours::Strong>>();
     made->reserve(1000);
     std::generate_n(std::back_inserter(*made), 1000, &Ours::make);

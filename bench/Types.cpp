@@ -4,8 +4,6 @@
 #include <tolvane/Intercube.hpp>
 #include <tolvane/Typename.hpp>
 
-#include <map>
-
 namespace bench {
 namespace {
 
@@ -65,8 +63,8 @@ void addName(const std::string& length, const std::type_info& type, const std::s
 
 [[maybe_unused]] const bool added = [] {
   Typename(typeid(int)); // the names that are there from the first question on
-  addName("short", typeid(int), "int32_t");
-  addName("long", typeid(std::map<std::string, std::vector<std::string>>),
+  addName("short", typeid(ShortName), "int32_t");
+  addName("long", typeid(LongName),
           "a map from the names of the bricks to the lists of their files");
   addSlots("slot by type", "tolvane", [](std::uint32_t slots) {
     return [cube = cube(slots)](const std::type_info& type) { return cube->hasInterface(type); };

@@ -1,4 +1,4 @@
-// Look-ups by type in the maps of Abseil and Boost.
+// Look-ups by type in the map of Abseil.
 #include "TypesBench.hpp"
 
 #include <absl/container/flat_hash_map.h>

@@ -2,6 +2,7 @@
 
 #include "Bench.hpp"
 
+#include <map>
 #include <typeindex>
 #include <unordered_map>
 
@@ -12,6 +13,10 @@ namespace bench {
 
 template <int N>
 struct SomeInterfaceOfAHost {};
+
+/// The types whose names are asked for.
+using ShortName = int;
+using LongName = std::map<std::string, std::vector<std::string>>;
 
 /// So many types.
 const std::vector<const std::type_info*>& someTypes();

@@ -56,13 +56,19 @@ def goals():
         for threads in (1, 2):
             for size in SIZES[1:]:
                 yield from one(f"insert that evicts one/{threads} threads/{size}", peer)
-    yield "insert that evicts one/1 threads/1000000", "tolvane", \
-        "insert that evicts one/1 threads/1000/tolvane", 1.5
+    yield from one("insert that evicts one/1 threads/1000",
+                   "floor, the same means, types by address", 0)
+    yield "insert that evicts one, sizes/1 threads/1000000", "tolvane", \
+        "insert that evicts one, sizes/1 threads/1000/tolvane", 1.5
     for size in SIZES:
         yield f"insert that evicts one/2 threads/{size}", "tolvane, two domains", \
             f"insert that evicts one/1 threads/{size}/tolvane", 1 / 1.5
         yield f"insert that evicts one/2 threads/{size}", "tolvane, two domains", \
             "floor, the same means, two domains", 1.3
+    for peer in ("QCache with a mutex", "leveldb", "rocksdb", "GDAL"):
+        for size in SIZES[1:]:
+            yield from one(f"insert that evicts one/2 threads/{size}", peer, None,
+                           "tolvane, two domains")
     for row in ("insert into domains", "insert into domains that evicts"):
         end = "/1 threads/10000" if "evicts" in row else ""
         for domains in (10, 100, 1000):
@@ -116,7 +122,7 @@ def groups(program, wanted):
         row = plain(line).rsplit("/", 1)[0]
         if "_time" not in line or not re.search(wanted, line):
             continue
-        key = re.sub(r"/\d threads|(?<=domains)/\d+|(?<=evicts)/\d+", "", row)
+        key = re.sub(r"(?<=sizes)/.*|/\d threads|(?<=domains)/\d+|(?<=evicts)/\d+", "", row)
         if row not in rows.setdefault(key, []):
             rows[key].append(row)
     return list(rows.values())
@@ -184,6 +190,22 @@ def table(runs):
     return rows
 
 
+def others(runs):
+    """What no goal is set for: per row the times of the other contestants, beside ours."""
+    named = {(row, peer) for row, _, peer, _ in goals()}
+    rows = {}
+    for key in runs[0]:
+        row, name = key.rsplit("/", 1)
+        if (row, name) not in named and not name.startswith("tolvane") and \
+                f"{row}/tolvane" in runs[0]:
+            rows.setdefault(row, []).append(name)
+    for row, names in rows.items():
+        ours = [times[f"{row}/tolvane"] for times in runs]
+        yield row, f"{statistics.median(ours):.3g}", "; ".join(
+            f"{name} {statistics.median(times[f'{row}/{name}'] for times in runs):.3g}"
+            for name in names)
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__)
     parser.add_argument("program")
@@ -208,6 +230,9 @@ def main():
     print("| " + " | ".join(head) + " |")
     print("|---|--:|---|--:|--:|---|---|---|")
     for row in table(runs):
+        print("| " + " | ".join(row) + " |")
+    print("\n| Work | Tolvane | others, without a goal |\n|---|--:|---|")
+    for row in others(runs):
         print("| " + " | ".join(row) + " |")
     print("\n| What takes memory | bytes |\n|---|--:|")
     for what, amount in context.items():

@@ -683,6 +683,13 @@ TEST(AllocationFaults, EveryAllocationOfTheTracesFailsOnce) {
   std::printf("%sTraced%s\n", label.c_str(), rest.substr(0, rest.find_first_of("\r\n")).c_str());
 }
 
+TEST(AllocationFaults, TheChoiceOfALoaderTakesNoMemory) {
+  const Registries world;
+  Loaders::isloadable(world.parameters); // whatever is made once is made
+  throwsWhileFailing(1, true, [&] { Loaders::isloadable(world.parameters); });
+  EXPECT_EQ(mine.calls, 0U);
+}
+
 // A report that must not throw cannot be dropped: there is nothing to go on with.
 TEST(AllocationFaultsDeathTest, ReportsOfPointersEndTheProcess) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");

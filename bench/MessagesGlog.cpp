@@ -7,7 +7,6 @@ namespace {
 
 [[maybe_unused]] const bool added = [] {
   FLAGS_logtostderr = true;
-  FLAGS_log_prefix = false; // no time stamp, as ours have none
   bench::addHidden("glog",
                    [](int value) BENCH_INLINE { VLOG(50) << "brick " << value << " was read"; });
   bench::addShown("glog", [](int value) { LOG(INFO) << "brick " << value << " was read"; });

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cstdint>
 #include <cstring>
 #include <limits>
@@ -17,21 +18,59 @@ const char StreamString::non_identifier_characters[14] = "=#<>@?, !\r\t\n\"";
 
 namespace {
 
+// Eight bytes at once; the first of them in memory is the lowest of the word.
+static_assert(std::endian::native == std::endian::little);
+constexpr std::uint64_t onesInBytes = 0x0101010101010101;
+constexpr std::uint64_t topBits = onesInBytes * 0x80;
+
+std::uint64_t eightBytes(const char* at) {
+  std::uint64_t bytes = 0;
+  std::memcpy(&bytes, at, sizeof bytes);
+  return bytes;
+}
+
+/// How many of eight bytes come before the first with its top bit set.
+std::ptrdiff_t bytesBefore(std::uint64_t marks) {
+  return std::countr_zero(marks & topBits) / 8;
+}
+
+/// How many of eight bytes come before the first that is not above `limit`, which is below 128.
+std::ptrdiff_t bytesAbove(unsigned char limit, std::uint64_t bytes) {
+  const std::uint64_t above = (bytes & ~topBits) + (127U - limit) * onesInBytes; // without carry
+  return bytesBefore(~(above | bytes));
+}
+
 /// A set of bytes that is asked about many times. It also knows what a reader cannot just run over,
 /// and what a writer cannot put between quotes.
 class ByteSet {
 public:
   explicit constexpr ByteSet(std::string_view bytes) {
-    for (const char c : bytes)
+    for (const char c : bytes) {
       of(c) |= In | Stops;
+      highestStop_ = std::max(highestStop_, static_cast<unsigned char>(c));
+    }
     for (const char c : {'\0', '\n'})
       of(c) |= Stops;
     for (const char c : {'\t', '\n', '\r', '"'})
       of(c) |= NotQuoted;
   }
   constexpr bool has(char c) const { return (of(c) & In) != 0; }
-  /// True also for a line feed and a NUL.
-  constexpr bool stops(char c) const { return (of(c) & Stops) != 0; }
+  /// The first byte of a text that is in the set, a line feed or a NUL; the NUL behind the text, if
+  /// there is no other.
+  const char* firstStop(const char* at, const char* end) const {
+    while (highestStop_ < 128 && end - at >= 8) {
+      const std::ptrdiff_t above = bytesAbove(highestStop_, eightBytes(at));
+      at += above;
+      if (above != 8) {
+        if ((of(*at) & Stops) != 0)
+          return at;
+        ++at;
+      }
+    }
+    while ((of(*at) & Stops) == 0)
+      ++at;
+    return at;
+  }
 
   /// What the bytes of a text are.
   class Sum {
@@ -54,6 +93,7 @@ private:
   constexpr unsigned char of(char c) const { return flags_[static_cast<unsigned char>(c)]; }
 
   std::array<unsigned char, 256> flags_{};
+  unsigned char highestStop_ = '\n';
 };
 
 constexpr std::string_view usualBytes = "=#<>@?, !\r\t\n\"";
@@ -95,11 +135,20 @@ const Escape& escapeOf(char c) {
   return escapes[static_cast<unsigned char>(c)];
 }
 
-/// Whether none of eight bytes is below 64, as all bytes that escapes change are.
-bool allAbove63(const char* bytes) {
-  std::uint64_t word = 0;
-  std::memcpy(&word, bytes, sizeof word);
-  return ((word | word >> 1) & 0x4040404040404040) == 0x4040404040404040;
+/// What a byte after a DLE means; NUL for those that mean nothing there.
+constexpr auto meantAfterDle = [] {
+  std::array<char, 256> table{};
+  for (std::size_t byte = 0; byte < table.size(); ++byte)
+    if (escapes[byte].withDle)
+      table[static_cast<unsigned char>(escapes[byte].byte)] = static_cast<char>(byte);
+  return table;
+}();
+
+/// How many of eight bytes come before the first DLE.
+std::ptrdiff_t bytesBeforeDle(std::uint64_t bytes) {
+  const std::uint64_t differs = bytes ^ onesInBytes * static_cast<unsigned char>(StreamString::DLE);
+  // The first mark is right, whatever those behind it borrow.
+  return bytesBefore((differs - onesInBytes) & ~differs);
 }
 
 } // namespace
@@ -167,9 +216,7 @@ private:
   /// Takes what comes before the next byte of the set, line feed or NUL; a NUL follows the text.
   std::string_view takeRun() {
     const char* const begin = in_.text_.data() + in_.position_;
-    const char* end = begin;
-    while (!stops_.stops(*end))
-      ++end;
+    const char* const end = stops_.firstStop(begin, in_.text_.data() + in_.text_.size());
     in_.position_ += static_cast<std::size_t>(end - begin);
     in_.column_ += static_cast<std::uint32_t>(end - begin);
     return {begin, end};
@@ -298,7 +345,7 @@ std::string StreamString::encodeIdentifier(const std::string& s, const std::stri
 std::string StreamString::encodeEscaped(const std::string& s) {
   const char* const end = s.data() + s.size();
   const char* at = s.data();
-  while (end - at >= 8 && allAbove63(at))
+  while (end - at >= 8 && bytesAbove('?', eightBytes(at)) == 8) // no escape changes any of them
     at += 8;
   while (at != end && escapeOf(*at).byte == *at)
     ++at;
@@ -330,27 +377,32 @@ std::string StreamString::encodeEscaped(const std::string& s) {
 // The reverse substitutions in one pass. They differ from a left-to-right reading of pairs only
 // where several DLE stand side by side: a "_" takes the last one of them before they pair up.
 std::string StreamString::decodeEscaped(const std::string& s) {
-  std::string result;
-  result.reserve(s.size());
-  for (std::size_t at = 0; at < s.size();) {
-    const std::size_t dle = std::min(s.find(DLE, at), s.size());
-    result.append(s, at, dle - at);
-    at = std::min(s.find_first_not_of(DLE, dle), s.size());
-    std::size_t count = at - dle;
-    const char next = at < s.size() ? s[at] : '\0';
-    const bool minus = count > 0 && next == '_';
-    count -= minus ? 1 : 0;
-    result.append(count / 2, ' ');
-    const bool odd = count % 2 != 0;
-    if (minus || (odd && (next == '\x11' || next == '\x12')))
-      ++at;
-    if (odd && !minus && (next == '\x11' || next == '\x12'))
-      result += next == '\x11' ? ',' : '.';
-    else if (odd)
-      result += DLE;
-    if (minus)
-      result += '-';
+  const std::size_t first = s.find(DLE);
+  if (first == std::string::npos)
+    return s;
+  std::string result = s;
+  char* out = result.data() + first;
+  const char* const end = s.data() + s.size();
+  for (const char* at = s.data() + first; at != end;) {
+    if (end - at >= 8) {
+      // What is written never comes before what is read, so there is room for eight bytes.
+      const std::uint64_t bytes = eightBytes(at);
+      std::memcpy(out, &bytes, sizeof bytes);
+      const std::ptrdiff_t before = bytesBeforeDle(bytes);
+      at += before;
+      out += before;
+      if (before == 8)
+        continue;
+    } else if (*at != DLE) {
+      *out++ = *at++;
+      continue;
+    }
+    const char meant = meantAfterDle[static_cast<unsigned char>(at[1])];
+    const bool isPair = meant != '\0' && !(at[1] == DLE && at[2] == '_');
+    *out++ = isPair ? meant : DLE;
+    at += isPair ? 2 : 1;
   }
+  result.resize(static_cast<std::size_t>(out - result.data()));
   return result;
 }
 

@@ -19,16 +19,23 @@ for library in libstdc++-6.dll libwinpthread-1.dll; do
 done
 export WINEPATH
 
+# The emulator needs a page at a fixed address. Where the system places its heap at random, this is
+# where that page belongs in one of some 8,000 processes, which then ends with 1 without a word.
+launcher=()
+if setarch "$(uname -m)" -R true 2>/dev/null; then
+  launcher=(setarch "$(uname -m)" -R)
+fi
+
 if [[ ! -e $WINEPREFIX/ready ]]; then
   mkdir -p "$WINEPREFIX"
   (
     flock 9
     if [[ ! -e $WINEPREFIX/ready ]]; then
       # The emulated system lives on after this; it must not inherit the lock.
-      wine wineboot --init >/dev/null 2>&1 9>&-
+      "${launcher[@]}" wine wineboot --init >/dev/null 2>&1 9>&-
       touch "$WINEPREFIX/ready"
     fi
   ) 9>"$WINEPREFIX.lock"
 fi
 
-exec wine "$@"
+exec "${launcher[@]}" wine "$@"

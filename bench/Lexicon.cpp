@@ -73,6 +73,9 @@ public:
         return false;
       }
       node = slot.get();
+      if (node == nullptr) {
+        return false;
+      }
     }
     return node->end.get();
   }
@@ -99,7 +102,10 @@ private:
       auto node = std::make_unique<Node>();
       record.reset(new Record{1, std::move(node)});
     }
-    Node* get() const { return record->counts != 0 ? record->node.get() : nullptr; }
+    /// Empty where the object is marked as dead or gone, as of every pointer of the library.
+    Node* get() const {
+      return static_cast<std::int32_t>(record->counts) >= 0 ? record->node.get() : nullptr;
+    }
     std::uint64_t serial = 0;
     std::unique_ptr<Record> record;
   };

@@ -50,6 +50,15 @@ TEST(StreamString, Encoders) {
     EXPECT_EQ(StreamString::encodeEscaped(bytes300 + blanks),
               bytes300 + std::string(2 * size, '\x10'));
   }
+  // Every text of six of these, before and among some that need nothing.
+  const std::string most = "\x10_\x11\0x\xff"s;
+  for (unsigned number = 0; number < 46656; ++number) {
+    std::string escaped = "\x10_";
+    for (unsigned rest = number, at = 0; at < 6; ++at, rest /= 6)
+      escaped.append(number % 9 == at ? 7 : 0, 'y') += most[rest % 6];
+    escaped.append(number % 11, 'y');
+    ASSERT_EQ(StreamString::decodeEscaped(escaped), rules::unescaped(escaped));
+  }
 }
 
 TEST(StreamString, TokensAndLinesAreThoseOfTheRules) {
@@ -92,6 +101,13 @@ TEST(StreamString, TokensAndLinesAreThoseOfTheRules) {
         ASSERT_TRUE(rules::reads(in, kind, ENQ, '\0', ends, true) &&
                     rules::reads(in, Kind::Byte, ENQ, '\0', ends, true))
             << in.position();
+  // Each byte at each distance, in a bare token and between quotes.
+  for (unsigned number = 0; number < 20 * 256; ++number)
+    for (const std::string& quote : {""s, "\""s}) {
+      const std::string run(number / 256, 'q');
+      rules::Cursor in(quote + run + static_cast<char>(number % 256) + "qqqqqqqqq"s + quote);
+      ASSERT_TRUE(rules::reads(in, Kind::Token, ENQ, '\0', specials, false)) << number;
+    }
   const std::size_t depth = 1000000; // needs no stack
   input_string deep(std::string(depth, '[') + std::string(depth - 1, ']'));
   EXPECT_EQ(StreamString::decodeIdentifier(deep, ENQ, 0, "", false).second.size(), 2 * depth - 2);

@@ -89,7 +89,7 @@ public:
 protected:
   /// Called each time a line feed has been consumed, whichever operation consumed it. Does nothing
   /// here. It may read on from this object; an exception it throws leaves the operation with the
-  /// line feed consumed, and the token or the line that was being read is lost.
+  /// line feed consumed, and the token, the byte or the count that it was to return is lost.
   /// @param position index of the character after the line feed
   virtual void newline(unsigned long long position);
 

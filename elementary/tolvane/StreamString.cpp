@@ -351,7 +351,7 @@ std::string StreamString::encodeEscaped(const std::string& s) {
     ++at;
   if (at == end)
     return s;
-  // By blocks, so that each byte of a short text is looked at once.
+  // By blocks, so that the size of a short result is known without a pass of its own.
   std::array<char, 512> block;
   constexpr std::ptrdiff_t most = block.size() / 2;
   std::string result;
@@ -385,7 +385,7 @@ std::string StreamString::decodeEscaped(const std::string& s) {
   const char* const end = s.data() + s.size();
   for (const char* at = s.data() + first; at != end;) {
     if (end - at >= 8) {
-      // What is written never comes before what is read, so there is room for eight bytes.
+      // The place to write is never behind the one to read, so there is room for eight bytes.
       const std::uint64_t bytes = eightBytes(at);
       std::memcpy(out, &bytes, sizeof bytes);
       const std::ptrdiff_t before = bytesBeforeDle(bytes);

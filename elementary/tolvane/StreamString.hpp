@@ -81,16 +81,17 @@ public:
   /// none of `specials` is in it (or there are none), framed when a tab, line feed, carriage return
   /// or double quote is in it, and quoted otherwise.
   ///
-  /// Nothing else is looked at: a string that holds a NUL or begins with a bracket, STX or ENQ may
-  /// be written bare, and the reader takes it for something else; one with an unpaired STX or ETX
-  /// may be framed. `encodeLength()` is the form for any bytes.
+  /// Nothing else is looked at: a string that holds a NUL or begins with a bracket, STX, ENQ or,
+  /// where `specials` has none, a double quote may be written bare, and the reader takes it for
+  /// something else; one with an unpaired STX or ETX may be framed. `encodeLength()` is the form
+  /// for any bytes.
   static std::string encodeIdentifier(const std::string& s, const std::string& specials);
 
   /// Makes `s` usable as a bare name, at a price.
   ///
   /// DLE and a second byte stand for "-" (second byte "_"), blank (DLE), "," (byte 17) and "."
-  /// (byte 18). "=", ">", "(" and ")" become "_" and are lost. A DLE in `s`, and a "_" straight
-  /// after a blank, do not come back either.
+  /// (byte 18). "=", ">", "(" and ")" become "_" and are lost. A blank before one of these or
+  /// before a "_" does not come back either, and a DLE in `s` not always.
   static std::string encodeEscaped(const std::string& s);
 
   /// Undoes `encodeEscaped()` as far as it can be undone: over the whole string first DLE "_"

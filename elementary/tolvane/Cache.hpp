@@ -168,7 +168,9 @@ private:
                        const std::type_info& domainType, memsize_t newCost);
   bool refuse(memsize_t cost, const std::type_info& creatorType, const std::type_info& domainType);
 
-  CreatorCacheMap objects_;
+  // In cache lines without the record of the cache, which is made next: evictions on all threads
+  // change that, and look at these.
+  alignas(64) CreatorCacheMap objects_;
   const memsize_t limit_;
 };
 

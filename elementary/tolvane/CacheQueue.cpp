@@ -74,6 +74,12 @@ bool dying(const Cacheable& entry) {
   return entry.self().strongCount() < 0;
 }
 
+/// Whether a push may be told of, or is the first one.
+bool mayTrace() noexcept {
+  return detail::verboseThreshold.load(std::memory_order_relaxed) >= 100 ||
+         !detail::defaultTypenamesInstalled();
+}
+
 /// The types of an object and of its creator, for the trace of a push.
 std::string typeNames(const WeakPtr<Cacheable>& object) {
   const detail::Held<Cacheable> held(object);
@@ -172,7 +178,9 @@ bool CacheQueue::put(const char* operation, const WeakPtr<Cacheable>& object, En
   if (!object) {
     return false;
   }
-  trace(operation, object);
+  if (mayTrace()) [[unlikely]] {
+    trace(operation, object);
+  }
   // Held only once the queue is, since nothing is waited for with a hold; let go of after the
   // queue, for it may be the last hold.
   detail::Held<Cacheable> held;
@@ -186,7 +194,10 @@ bool CacheQueue::put(const char* operation, const WeakPtr<Cacheable>& object, En
 
 /// Inserts an object that the caller holds together with its creator.
 bool CacheQueue::insert(Cacheable& object, bool asOldest) {
-  trace(asOldest ? "CacheQueue::put_in_back(type=" : "CacheQueue::push_front(type=", object.self());
+  if (mayTrace()) [[unlikely]] {
+    trace(asOldest ? "CacheQueue::put_in_back(type=" : "CacheQueue::push_front(type=",
+          object.self());
+  }
   const Lock lock(*this, false);
   return lock && object.enter(*this, asOldest ? End::Oldest : End::Newest, Entry::Insert);
 }
@@ -226,6 +237,10 @@ inline const Cacheable* CacheQueue::firstAlive() const noexcept {
 
 /// Whether an object is the oldest entry.
 bool CacheQueue::isOldest(const WeakPtr<Cacheable>& object) const {
+  // Mostly it went: then its address tells, without a look into the ring.
+  if (next_.get() != object.get()) {
+    return false;
+  }
   const std::lock_guard ring(mutex_);
   const Cacheable* const first = firstAlive();
   return first != this && first->self() == object;
@@ -432,7 +447,7 @@ public:
       : queue_(queue), cache_(cache), newCost_(newCost), temporaries_(temporaries),
         keepers_(keepers) {}
 
-  inline bool run();
+  [[gnu::always_inline]] inline bool run();
 
 private:
   /// What is asked about the oldest entry before its creator is: nothing holds the entry any more

@@ -177,7 +177,8 @@ memsize_t Cache::purge() {
 /// Whether the sum stays below the limit, strictly: at equality the queue decides, and says yes.
 bool Cache::fits(memsize_t cost) const {
   const memsize_t total = totalCost(false);
-  return total < limit() && cost < limit() - total; // without a sum that could wrap
+  const memsize_t most = limit();
+  return total < most && cost < most - total; // without a sum that could wrap
 }
 
 bool Cache::adjust(const std::type_info& creatorType, const std::type_info& domainType,

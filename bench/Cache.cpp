@@ -168,14 +168,15 @@ private:
 
 /// The means of an insertion, and nothing else: the object and its creator are held, the two
 /// domains are found in hash maps by type, the queue's mutex, the node's (twice) and the ring's are
-/// taken, and the sums of the queue and of the cache are kept. An eviction holds the cache, takes
-/// the queue, holds the oldest entry and its creator, notes its size and name for reports, lets go
-/// of the entry, asks the creator, which takes it out of its ring, and looks whether it went.
-/// Sizes, domains, the sum of the cache and its limit are asked by virtual functions, and the three
-/// scopes of the profiler are passed. Some of the holds and locks are there because the caller's
-/// code runs on the way, on any thread, and may let go of all that is looked at. The objects are as
-/// large as ours. With `Domains` the keys are in stripes, each with a queue of its own; with
-/// `ByAddress` the domains are found by where their types stand in memory.
+/// taken, and the sums of the queue and of the cache are kept. An eviction holds the cache, holds
+/// the oldest entry and its creator, notes its size and name for reports, goes on observing the
+/// entry only, asks the creator, which takes it out of its ring, looks whether it went, and keeps
+/// the queue for the insertion. Sizes, domains, the sum of the cache and its limit are asked by
+/// virtual functions, and the three scopes of the profiler are passed. Some of the holds and locks
+/// are there because the caller's code runs on the way, on any thread, and may let go of all that
+/// is looked at. The objects are as large as ours. With `Domains` the keys are in stripes, each
+/// with a queue of its own; with `ByAddress` the domains are found by where their types stand in
+/// memory.
 template <std::uint32_t Domains, bool ByAddress = false>
 class SameMeans {
 public:
@@ -202,12 +203,18 @@ public:
     const memsize_t cost = object->memsize();
     benchmark::DoNotOptimize(maps_.find(key(typeid(*creator))));
     Queue& queue = *domains_.find(key(object->DomainType()))->second;
-    if (!fits(budget_, cost)) {
+    Held<CacheBase> cache;
+    std::unique_lock<std::mutex> taken(queue.mutex, std::defer_lock);
+    if (fits(budget_, cost)) {
+      taken.lock();
+    } else {
+      cache = Held<CacheBase>(budget_.self());
       object.reset();
+      TOLVANE_PROFILE("adjust", 5);
+      taken.lock();
       makeRoom(queue, cost);
       object = Held<Node>(node.self());
     }
-    const Lock taken(queue.mutex);
     const memsize_t size = object->memsize();
     const Lock own(node.mutex);
     const Lock ring(queue.anchor.mutex);
@@ -320,13 +327,9 @@ private:
     node.queue = nullptr;
   }
   void makeRoom(Queue& queue, memsize_t cost) {
-    const Held<CacheBase> cache(budget_.self());
-    TOLVANE_PROFILE("adjust", 5);
-    const Lock taken(queue.mutex);
-    while (queue.entries.load(std::memory_order_relaxed) != 0 && !fits(*cache, cost)) {
+    while (queue.entries.load(std::memory_order_relaxed) != 0 && !fits(budget_, cost)) {
       TOLVANE_PROFILE("adjust items", 5);
       Held<Node> held = oldest(queue);
-      const WeakPtr<Node> candidate = held->self();
       benchmark::DoNotOptimize(held->memsize());
       Held<Creator> creator;
       std::string name;
@@ -335,14 +338,13 @@ private:
         name = held->name;
         creator = Held<Creator>(held->creator);
       }
-      held.reset();
+      const WeakPtr<Node> candidate = held.observe();
       const std::uint32_t before = queue.entries.load(std::memory_order_relaxed);
       {
         TOLVANE_PROFILE("release", 5);
         creator->release();
       }
-      const Lock ring(queue.anchor.mutex);
-      if (queue.anchor.next->self() == candidate ||
+      if (queue.anchor.next == candidate.get() ||
           queue.entries.load(std::memory_order_relaxed) != before - 1) {
         std::abort();
       }

@@ -113,6 +113,21 @@ TEST(CacheQueue, Eviction) {
   }
 }
 
+TEST(CacheQueue, AnEntryThatNobodyHoldsIsAskedAbout) {
+  for (const int answer : {0, 1}) {
+    Population all;
+    Side side(all, "");
+    Data onTheStack(10, "s");
+    const MakerPtr maker = new Maker;
+    maker->answer = answer;
+    onTheStack.setCreator(maker->self());
+    EXPECT_TRUE(side.queue.push_front(onTheStack.self()));
+    EXPECT_FALSE(side.adjust(1));
+    EXPECT_EQ(side.orders(), answer == 1 ? "|s|" : "||s");
+    onTheStack.leaveQueue();
+  }
+}
+
 TEST(CacheQueue, ReleasedDataThatStayAreReported) {
   Population all;
   Side side(all, "a2b2", 15);

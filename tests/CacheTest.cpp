@@ -122,6 +122,20 @@ TEST(Cache, FilesWhatStandsInAnother) {
   EXPECT_EQ(cache->totalCost(true) + other->totalCost(true), 20u);
 }
 
+TEST(Cache, NamesWhatComesInWhetherOrNotSomethingGoes) {
+  const CachePtr cache = new Cache(15, "cache");
+  Population all;
+  for (const char name : {'a', 'b'}) {
+    all.add(name, 10);
+    const Messages messages;
+    EXPECT_TRUE(cache->insert(all[name], false));
+    EXPECT_EQ(messages.texts, std::vector<std::string>{
+                                  "CacheQueue::push_front(type=" + Typename(typeid(DataOf<0>)) +
+                                  " creator=" + Typename(typeid(MakerOf<0>)) + ")"});
+  }
+  EXPECT_EQ(order(*cache), "b||");
+}
+
 TEST(Cache, ZombiesGoBeforeAnInsertion) {
   const CachePtr cache = new Cache(30, "cache");
   Population all;

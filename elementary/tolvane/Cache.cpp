@@ -1,4 +1,5 @@
 #include <tolvane/Cache.hpp>
+#include <tolvane/CacheQueueInternal.hpp>
 #include <tolvane/CreatorHoldInternal.hpp>
 #include <tolvane/Creature.hpp>
 #include <tolvane/Environment.hpp>
@@ -40,7 +41,7 @@ struct Cache::Applicant {
     if (!object.owned()) {
       return false;
     }
-    creator = object->holdCreator();
+    object->holdCreator(creator);
     if (!creator.owned()) {
       return false;
     }
@@ -66,12 +67,13 @@ const char* Cache::OutOfMemory::what() const noexcept {
   return text_.c_str();
 }
 
-Cache::Cache(memsize_t limit, const std::string& name) : CacheBase(name), limit_(limit) {}
+Cache::Cache(memsize_t limit, const std::string& name)
+    : CacheBase(name), limit_(limit), freeable_(objects_.freeable()) {}
 
 Cache::~Cache() = default;
 
 memsize_t Cache::totalCost(bool all) const {
-  return objects_.memsize(all);
+  return all ? objects_.memsize(true) : freeable_.load(std::memory_order_relaxed);
 }
 
 memsize_t Cache::limit() const {
@@ -119,18 +121,19 @@ bool Cache::insert(const WeakPtr<Cacheable>& object, bool asOldest) {
     }
   }
   const auto place = objects_.find(*applicant.creatorDomain, *applicant.domain);
-  bool admitted = fits(applicant.cost);
-  if (!admitted) {
+  detail::Entrant entrant{object, asOldest, applicant.object};
+  bool admitted = true;
+  if (!fits(applicant.cost)) {
     alive = detail::Held<CacheBase>(self());
     // Others decide now what becomes of this object, too, as if nobody asked for it.
     applicant.object.reset();
-    if (makeRoom(place, *applicant.creatorDomain, *applicant.domain, applicant.cost)) {
-      applicant.object = detail::Held<Cacheable>(object);
-      admitted = applicant.object.owned();
-    }
+    admitted =
+        makeRoom(place, *applicant.creatorDomain, *applicant.domain, applicant.cost, &entrant) &&
+        entrant.hold();
   }
-  if (!admitted || !objects_.insert(*applicant.object, place, *applicant.creatorDomain,
-                                    *applicant.domain, asOldest)) {
+  if (!admitted ||
+      (!entrant.entered && !objects_.insert(*applicant.object, place, *applicant.creatorDomain,
+                                            *applicant.domain, asOldest))) {
     return refuse(applicant.cost, *applicant.creatorDomain, *applicant.domain);
   }
   if (level >= 11) [[unlikely]] {
@@ -184,19 +187,20 @@ bool Cache::fits(memsize_t cost) const {
 bool Cache::adjust(const std::type_info& creatorType, const std::type_info& domainType,
                    memsize_t newCost) {
   const detail::Held<CacheBase> alive(self());
-  return fits(newCost) ||
-         makeRoom(objects_.find(creatorType, domainType), creatorType, domainType, newCost);
+  return fits(newCost) || makeRoom(objects_.find(creatorType, domainType), creatorType, domainType,
+                                   newCost, nullptr);
 }
 
 /// Needs a hold on the cache, for what is asked to go may let go of it.
 inline bool Cache::makeRoom(const CreatorCacheMap::Place& place, const std::type_info& creatorType,
-                            const std::type_info& domainType, memsize_t newCost) {
+                            const std::type_info& domainType, memsize_t newCost,
+                            detail::Entrant* entrant) {
   if (verbosity() > 10) {
     std::printf("bool Cache::adjust(): Have %llu Allowed %llu new %llu\n", totalCost(false),
                 limit(), newCost);
     std::fflush(stdout);
   }
-  return objects_.adjust(place, creatorType, domainType, *this, newCost);
+  return objects_.adjust(place, creatorType, domainType, *this, newCost, entrant);
 }
 
 CacheStatistics Cache::statistics() const {

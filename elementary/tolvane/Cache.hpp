@@ -165,13 +165,15 @@ private:
   void list(List list) const;
   bool fits(memsize_t cost) const;
   inline bool makeRoom(const CreatorCacheMap::Place& place, const std::type_info& creatorType,
-                       const std::type_info& domainType, memsize_t newCost);
+                       const std::type_info& domainType, memsize_t newCost,
+                       detail::Entrant* entrant);
   bool refuse(memsize_t cost, const std::type_info& creatorType, const std::type_info& domainType);
 
   // In cache lines without the record of the cache, which is made next: evictions on all threads
   // change that, and look at these.
   alignas(64) CreatorCacheMap objects_;
   const memsize_t limit_;
+  const std::atomic<memsize_t>& freeable_; // a sum of the objects', at hand for all insertions
 };
 
 } // namespace Tolvane

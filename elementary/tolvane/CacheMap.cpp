@@ -54,7 +54,7 @@ bool CacheMap::insert(const WeakPtr<Cacheable>& object, bool asOldest) {
   if (!held) {
     return false;
   }
-  creator = held->holdCreator();
+  held->holdCreator(creator);
   return insert(*held, held->DomainType(), asOldest);
 }
 

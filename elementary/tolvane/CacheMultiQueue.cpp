@@ -128,6 +128,10 @@ void CacheMultiQueue::takeBack(CacheQueue& primary, const CacheQueue& temporarie
 }
 
 bool CacheMultiQueue::adjust(const CacheBase& cache, memsize_t newCost) {
+  return adjust(cache, newCost, nullptr);
+}
+
+bool CacheMultiQueue::adjust(const CacheBase& cache, memsize_t newCost, detail::Entrant* entrant) {
   if (CacheQueue::Lock::anyHeldByThisThread()) {
     const CacheQueue* const asking = primary_.get();
     if (asking != nullptr && asking->heldByThisThread()) {
@@ -143,7 +147,8 @@ bool CacheMultiQueue::adjust(const CacheBase& cache, memsize_t newCost) {
   if (temporaries.nEntries() != 0) {
     takeBack(*primary, temporaries);
   }
-  return primary->adjust(cache, newCost, temporaries, obtain(keepers_, CacheQueue::Role::Keepers));
+  return primary->adjust(cache, newCost, temporaries, obtain(keepers_, CacheQueue::Role::Keepers),
+                         entrant);
 }
 
 void CacheMultiQueue::list_info() const {

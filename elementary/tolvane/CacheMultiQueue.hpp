@@ -120,6 +120,8 @@ private:
   bool insert(Cacheable& object, bool asOldest) {
     return obtain(primary_, CacheQueue::Role::Primary).insert(object, asOldest);
   }
+  /// adjust() with an object, if any, that comes in as soon as there is room.
+  bool adjust(const CacheBase& cache, memsize_t newCost, detail::Entrant* entrant);
   static void takeBack(CacheQueue& primary, const CacheQueue& temporaries);
   template <class Visit>
   void forEachQueue(Visit visit) const;

@@ -237,10 +237,6 @@ inline const Cacheable* CacheQueue::firstAlive() const noexcept {
 
 /// Whether an object is the oldest entry.
 bool CacheQueue::isOldest(const WeakPtr<Cacheable>& object) const {
-  // Mostly it went: then its address tells, without a look into the ring.
-  if (next_.get() != object.get()) {
-    return false;
-  }
   const std::lock_guard ring(mutex_);
   const Cacheable* const first = firstAlive();
   return first != this && first->self() == object;
@@ -453,22 +449,30 @@ private:
   /// What is asked about the oldest entry before its creator is: nothing holds the entry any more
   /// while the creator decides.
   struct Candidate {
-    explicit Candidate(const Cacheable& entry)
-        : object(entry.self()), size(entry.memsize()), domain(entry.DomainType()) {
-      const std::lock_guard own(entry.mutex_);
-      name = entry.name_;
-      creator = detail::Held<Creature>(entry.creator_);
-      if (!creator) {
-        maker = entry.creator_;
-      }
-    }
+    explicit Candidate(detail::Held<Cacheable>& entry)
+        : size(entry->memsize()), domain(entry->DomainType()), object(lookAt(entry)) {}
 
-    const WeakPtr<Cacheable> object;
     const memsize_t size;
     const std::type_info& domain;
     std::string name;
     detail::Held<Creature> creator;
     std::optional<WeakPtr<Creature>> maker; // where that is not alive
+    const WeakPtr<Cacheable> object;
+
+  private:
+    /// Notes name and creator. Lets go of the entry and returns what goes on observing it.
+    WeakPtr<Cacheable> lookAt(detail::Held<Cacheable>& entry) {
+      {
+        const std::lock_guard own(entry->mutex_);
+        name = entry->name_;
+        creator = detail::Held<Creature>(entry->creator_);
+        __builtin_prefetch(creator.get()); // asked in a moment
+        if (!creator) {
+          maker = entry->creator_;
+        }
+      }
+      return entry.observe();
+    }
   };
 
   bool fitsNow() const { return fits(cache_.totalCost(false), newCost_, cache_.limit()); }
@@ -495,6 +499,12 @@ private:
 
 bool CacheQueue::adjust(const CacheBase& cache, memsize_t newCost, CacheQueue& temporaries,
                         CacheQueue& keepers) {
+  return adjust(cache, newCost, temporaries, keepers, nullptr);
+}
+
+/// The same with an object, if any, that comes in at once, unless that is to be told of first.
+bool CacheQueue::adjust(const CacheBase& cache, memsize_t newCost, CacheQueue& temporaries,
+                        CacheQueue& keepers, detail::Entrant* entrant) {
   const Profiler profiler(EvictionFile, 322, EvictionFunction, "CacheQueue::adjust", EvictionLevel);
   if (Cache::verbosity() > 5) {
     // In 32 bits on purpose: the figure wraps from 2 GiB on.
@@ -511,7 +521,14 @@ bool CacheQueue::adjust(const CacheBase& cache, memsize_t newCost, CacheQueue& t
     return false;
   }
   stopForDebugging();
-  return Eviction(*this, cache, newCost, temporaries, keepers).run();
+  if (!Eviction(*this, cache, newCost, temporaries, keepers).run()) {
+    return false;
+  }
+  if (entrant != nullptr && !mayTrace() && entrant->hold()) {
+    entrant->entered =
+        entrant->held->enter(*this, entrant->asOldest ? End::Oldest : End::Newest, Entry::Insert);
+  }
+  return true;
 }
 
 bool CacheQueue::Eviction::run() {
@@ -522,8 +539,7 @@ bool CacheQueue::Eviction::run() {
     if (!holdOldest(entry)) {
       return false;
     }
-    const Candidate candidate(*entry);
-    entry.reset();
+    const Candidate candidate(entry);
     if (Cache::verbosity() > 0) [[unlikely]] {
       trace(candidate);
     }
@@ -591,7 +607,8 @@ void CacheQueue::Eviction::actOn(int answer, const Candidate& candidate,
   switch (answer) {
   case 2:
     queue_.released_.add(1);
-    if (candidate.object && queue_.isOldest(candidate.object)) {
+    // Mostly it went: then its address tells, without a look into the ring.
+    if (queue_.next_.get() == candidate.object.get() && queue_.isOldest(candidate.object)) {
       reportStillThere(candidate);
     }
     if (queue_.nEntries() != entriesBefore - 1) {

@@ -23,7 +23,8 @@ class CacheMultiQueue;
 
 namespace detail {
 struct CacheTotals;
-}
+struct Entrant;
+} // namespace detail
 
 /// A ring of cacheables from the newest to the oldest, without owning them.
 ///
@@ -151,6 +152,8 @@ private:
   inline void countEntry(const CacheQueue* from, Entry entry) noexcept;
   bool put(const char* operation, const WeakPtr<Cacheable>& object, End end, Entry entry);
   bool insert(Cacheable& object, bool asOldest);
+  bool adjust(const CacheBase& cache, memsize_t newCost, CacheQueue& temporaries,
+              CacheQueue& keepers, detail::Entrant* entrant);
   static void trace(const char* operation, const WeakPtr<Cacheable>& object);
   bool askAgain(const WeakPtr<Cacheable>& object);
   bool includes(const Cacheable& object) const;

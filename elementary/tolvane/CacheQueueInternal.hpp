@@ -2,6 +2,7 @@
 
 #include <tolvane/CacheQueue.hpp>
 #include <tolvane/CacheTotalsInternal.hpp>
+#include <tolvane/HeldInternal.hpp>
 
 #include <chrono>
 
@@ -10,6 +11,27 @@
 /// through. Internal to the library, not installed.
 
 namespace Tolvane {
+
+namespace detail {
+
+/// An object for which its domain makes room. It comes in before the queue is let go of, so that
+/// nobody else takes the room, and the queue is locked but once.
+struct Entrant {
+  const WeakPtr<Cacheable>& object;
+  const bool asOldest;
+  Held<Cacheable>& held; ///< Empty while the room is made; let go of after the queue.
+  bool entered = false;
+
+  /// Whether the object is held: by somebody else, and from now on here.
+  bool hold() {
+    if (!held) {
+      held = Held<Cacheable>(object);
+    }
+    return held.owned();
+  }
+};
+
+} // namespace detail
 
 /// Holds the mutex of a queue and remembers, per thread, which queues it holds.
 ///

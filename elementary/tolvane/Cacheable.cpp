@@ -54,17 +54,19 @@ const std::type_info& Cacheable::DomainType() const {
   return typeid(*this);
 }
 
-/// Holds the creator; nothing when it is gone.
-detail::Held<Creature> Cacheable::holdCreator() const {
+/// Holds the creator, in what holds nothing yet; nothing when it is gone.
+void Cacheable::holdCreator(detail::Held<Creature>& creator) const {
   const std::lock_guard lock(mutex_);
-  return detail::Held<Creature>(creator_);
+  creator = detail::Held<Creature>(creator_);
+  __builtin_prefetch(creator.get()); // looked at in a moment
 }
 
 const std::type_info& Cacheable::CreatorType() const {
   if (const Creature* creator = CreatorHold::find(*this)) {
     return typeid(*creator);
   }
-  const detail::Held<Creature> creator = holdCreator();
+  detail::Held<Creature> creator;
+  holdCreator(creator);
   return creator ? typeid(*creator) : typeid(void);
 }
 
@@ -81,7 +83,8 @@ WeakPtr<Creature, Creature> Cacheable::creator() const {
 }
 
 WeakPtr<Cache, CacheBase> Cacheable::myCache() const {
-  const detail::Held<Creature> creator = holdCreator();
+  detail::Held<Creature> creator;
+  holdCreator(creator);
   return creator ? creator->cacheManager() : WeakPtr<Cache, CacheBase>();
 }
 
@@ -109,8 +112,12 @@ unsigned Cacheable::NumberOfListEntries() const {
 }
 
 Cacheable& Cacheable::CacheableDeferredConstructor() {
-  if (const detail::Held<Creature> creator = holdCreator()) {
-    creator->enableCaching(false);
+  {
+    detail::Held<Creature> creator;
+    holdCreator(creator);
+    if (creator) {
+      creator->enableCaching(false);
+    }
   }
   DeferredConstructor();
   return *this;

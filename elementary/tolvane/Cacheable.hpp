@@ -202,7 +202,7 @@ private:
   explicit Cacheable(Anchor);
 
   class CreatorHold;
-  detail::Held<Creature, Creature> holdCreator() const;
+  void holdCreator(detail::Held<Creature, Creature>& creator) const;
   bool push(CacheQueue& queue, End end);
   Refresh refreshAtOnce(const detail::CacheTotals* cache) noexcept;
   bool refresh(Refresh result);

@@ -56,7 +56,7 @@ bool CreatorCacheMap::insert(const WeakPtr<Cacheable>& object, bool asOldest) {
   if (!held) {
     return false;
   }
-  creator = held->holdCreator();
+  held->holdCreator(creator);
   const std::type_info& creatorType = held->CreatorType();
   const std::type_info& domainType = held->DomainType();
   return insert(*held, find(creatorType, domainType), creatorType, domainType, asOldest);
@@ -102,6 +102,11 @@ bool CreatorCacheMap::hasZombies() const noexcept {
   return totals_->zombies.load() != 0;
 }
 
+/// The bytes that can be released.
+const std::atomic<memsize_t>& CreatorCacheMap::freeable() const noexcept {
+  return totals_->releasable;
+}
+
 void CreatorCacheMap::insert_zombie(const WeakPtr<Cacheable>& object) {
   if (const detail::Held<Cacheable> held{object}) {
     obtain(held->CreatorType()).insert_zombie(object);
@@ -122,7 +127,7 @@ bool CreatorCacheMap::touch(const WeakPtr<Cacheable>& object) {
     if (!held) {
       return false;
     }
-    maker = held->holdCreator();
+    held->holdCreator(maker);
     domain = &held->DomainType();
     creator = &held->CreatorType();
   }
@@ -168,12 +173,13 @@ void CreatorCacheMap::purge_Hades() {
 
 bool CreatorCacheMap::adjust(const std::type_info& creatorType, const std::type_info& domainType,
                              const CacheBase& cache, memsize_t newCost) {
-  return adjust(find(creatorType, domainType), creatorType, domainType, cache, newCost);
+  return adjust(find(creatorType, domainType), creatorType, domainType, cache, newCost, nullptr);
 }
 
+/// The same with an object, if any, that comes in at once where its own domain makes the room.
 bool CreatorCacheMap::adjust(const Place& own, const std::type_info& creatorType,
                              const std::type_info& domainType, const CacheBase& cache,
-                             memsize_t newCost) {
+                             memsize_t newCost, detail::Entrant* entrant) {
   const bool told = Cache::verbosity() >= 11;
   if (told) [[unlikely]] {
     const memsize_t have = own.map != nullptr ? own.map->memsize(true) : 0;
@@ -184,7 +190,7 @@ bool CreatorCacheMap::adjust(const Place& own, const std::type_info& creatorType
   }
   // Mostly the very domain makes room; where nothing is told on the way, it is asked at once.
   const bool atOnce = !told && own.queues != nullptr;
-  if (atOnce && own.queues->adjust(cache, newCost)) {
+  if (atOnce && own.queues->adjust(cache, newCost, entrant)) {
     return true;
   }
   return adjustAny({own.map, atOnce ? nullptr : own.queues}, domainType, cache, newCost);

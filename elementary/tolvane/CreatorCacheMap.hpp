@@ -102,10 +102,11 @@ private:
   bool insertAnew(Cacheable& object, const std::type_info& creatorType,
                   const std::type_info& domainType, bool asOldest);
   bool adjust(const Place& own, const std::type_info& creatorType, const std::type_info& domainType,
-              const CacheBase& cache, memsize_t newCost);
+              const CacheBase& cache, memsize_t newCost, detail::Entrant* entrant);
   bool adjustAny(const Place& own, const std::type_info& domainType, const CacheBase& cache,
                  memsize_t newCost);
   bool hasZombies() const noexcept;
+  const std::atomic<memsize_t>& freeable() const noexcept;
   CacheMap& obtain(const std::type_info& creatorType);
   CacheMap* find(const std::type_info& creatorType) const;
 

@@ -54,6 +54,9 @@ private:
 template <class T>
 class Target<T, false> {};
 
+template <class Base>
+void releaseLast(Referer& referer) noexcept;
+
 /// The way to a pointer's record for the pointers themselves and for tests.
 struct PointerAccess {
   template <class T, class Base>
@@ -80,6 +83,15 @@ struct PointerAccess {
   template <class T, class Base>
   static void releaseStrong(Referer& referer) noexcept {
     DynPtr<T, Base>::releaseStrong(referer);
+  }
+
+  /// Makes a strong pointer's hold that of a weak one.
+  template <class T, class Base>
+  static WeakPtr<T, Base> weaken(Referer& referer) noexcept {
+    if (referer.dropSharedStrong() == 1) [[unlikely]] {
+      releaseLast<Base>(referer);
+    }
+    return WeakPtr<T, Base>(&referer);
   }
 };
 

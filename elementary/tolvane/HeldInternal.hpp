@@ -60,6 +60,13 @@ public:
     release(std::exchange(record_, nullptr));
   }
 
+  /// Lets go of the object and goes on observing it.
+  WeakPtr<T, Base> observe() {
+    T* const object = std::exchange(object_, nullptr);
+    Referer* const record = std::exchange(record_, nullptr);
+    return record != nullptr ? PointerAccess::weaken<T, Base>(*record) : WeakPtr<T, Base>(object);
+  }
+
   /// The object; null when it is gone.
   T* get() const noexcept { return object_; }
   explicit operator bool() const noexcept { return object_ != nullptr; }

@@ -106,12 +106,10 @@ public:
 
   /// Drops a strong pointer that is not the last one, with its hold on the record. Returns the
   /// strong count that decided; with 1 or less nothing was changed.
-  std::int32_t dropShared() noexcept {
-    std::uint64_t word = word_.load(std::memory_order_relaxed);
-    while (strongOf(word) > 1 && !word_.compare_exchange_weak(word, word - OneStrong - OneWeak)) {
-    }
-    return strongOf(word);
-  }
+  std::int32_t dropShared() noexcept { return lowerShared(OneStrong + OneWeak); }
+
+  /// The same, but the hold on the record stays with the caller.
+  std::int32_t dropSharedStrong() noexcept { return lowerShared(OneStrong); }
 
   /// Lowers the strong count alone, unless it is below 1. The last one marks the object as dead in
   /// the same step: a count of 0 in between would be taken for that of an object which nobody ever
@@ -162,6 +160,13 @@ private:
   TOLVANE_API static void destroy(Referer* referer) noexcept;
   TOLVANE_API Raise addWeakCarefully() noexcept;
   TOLVANE_API Raise addStrongCarefully() noexcept;
+
+  std::int32_t lowerShared(std::uint64_t by) noexcept {
+    std::uint64_t word = word_.load(std::memory_order_relaxed);
+    while (strongOf(word) > 1 && !word_.compare_exchange_weak(word, word - by)) {
+    }
+    return strongOf(word);
+  }
 
   static constexpr std::uint64_t OneStrong = 1;
   static constexpr std::uint64_t OneWeak = std::uint64_t{1} << 32;

@@ -116,9 +116,11 @@ private:
     myReferer = &referer;
   }
 
-  /// Takes over a hold that is counted already: that of an object on its own record.
+  /// Takes over a hold that is counted already: that of an object on its own record, or what is
+  /// left of a strong one.
   explicit WeakPtr(detail::Referer* counted) noexcept : Core(counted) {}
   friend class ReferenceBase<Base>;
+  friend struct detail::PointerAccess;
 };
 
 } // namespace Tolvane

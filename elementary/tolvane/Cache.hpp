@@ -163,7 +163,7 @@ private:
 
   template <class List>
   void list(List list) const;
-  bool fits(memsize_t cost) const;
+  inline bool fits(memsize_t cost) const;
   inline bool makeRoom(const CreatorCacheMap::Place& place, const std::type_info& creatorType,
                        const std::type_info& domainType, memsize_t newCost,
                        detail::Entrant* entrant);

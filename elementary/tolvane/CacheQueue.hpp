@@ -159,7 +159,7 @@ private:
   bool includes(const Cacheable& object) const;
   bool isOldest(const WeakPtr<Cacheable>& object) const;
   inline const Cacheable* firstAlive() const noexcept;
-  bool holdOldest(detail::Held<Cacheable, Cacheable>& held) const noexcept;
+  inline bool holdOldest(detail::Held<Cacheable, Cacheable>& held) const noexcept;
   bool goesByItself(const WeakPtr<Cacheable>& entry) const;
   std::vector<WeakPtr<Cacheable>> snapshot() const;
   memsize_t purgeEntries(bool tolerant);

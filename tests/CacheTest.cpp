@@ -147,6 +147,34 @@ TEST(Cache, ZombiesGoBeforeAnInsertion) {
   EXPECT_FALSE(cache->insert(last, false)) << "a zombie of its own that goes first";
   EXPECT_FALSE(last);
   EXPECT_EQ(all.alive(), "k") << "nothing had to make room for it";
+
+  // A zombie whose end gives the object another creator and lets go of the first, which looks at
+  // the object in its own end.
+  struct Leaving : Maker {
+    void unction() override { data->leaveQueue(); }
+  };
+  const StrongPtr<Cacheable> brick = new Data(2);
+  MakerPtr first = made(new Leaving, brick.get());
+  const MakerPtr second = new Maker;
+  StrongPtr<Data, Cacheable> zombie = new Data(1);
+  zombie->onDeath = [&] {
+    brick->setCreator(second->self());
+    first = nullptr;
+  };
+  zombie->setCreator(second->self());
+  cache->insert_zombie(zombie);
+  zombie = nullptr;
+  EXPECT_TRUE(cache->insert(brick, false));
+  EXPECT_TRUE(!first && brick->creator() == second);
+}
+
+TEST(Cache, AnInsertionMayLetItsObjectGo) {
+  const CachePtr cache = new Cache(25, "cache");
+  Population all;
+  EXPECT_TRUE(cache->insert(all.add('a', 10), false) && cache->insert(all.add('b', 10), false));
+  EXPECT_FALSE(cache->insert(all['a']->self(), false)) << "it was the one to make room";
+  EXPECT_EQ(order(*cache) + all.asked(), "b||a");
+  EXPECT_EQ(cache->statistics().total.refused, 0u);
 }
 
 TEST(Cache, OutOfMemoryTexts) {

@@ -95,7 +95,8 @@ inline bool Cache::fits(memsize_t cost) const {
 
 bool Cache::insert(const WeakPtr<Cacheable>& object, bool asOldest) {
   // From the moment on in which something may let go of the cache: a catcher of messages, or the
-  // object, which goes before the listing.
+  // object, which goes before the listing. The caller's pointer may be a part of the object, and is
+  // not looked at any more from then on.
   detail::Held<CacheBase> alive;
   const int level = verbosity();
   if (detail::verboseThreshold.load(std::memory_order_relaxed) >= 100 || level >= 11) [[unlikely]] {
@@ -121,27 +122,30 @@ bool Cache::insert(const WeakPtr<Cacheable>& object, bool asOldest) {
   }
   if (objects_.hasZombies()) {
     alive = detail::Held<CacheBase>(self());
-    applicant.object.reset();
+    const WeakPtr<Cacheable> candidate = applicant.object.observe();
+    applicant.creator.reset();
     purge_Hades();
     // The zombies may have held the object, or have been a part of it.
-    if (!applicant.hold(object)) {
+    if (!applicant.hold(candidate)) {
       return false;
     }
   }
   const auto place = objects_.find(*applicant.creatorDomain, *applicant.domain);
-  detail::Entrant entrant{object, asOldest, applicant.object};
-  bool admitted = true;
+  bool entered = false;
   if (!fits(applicant.cost)) {
     alive = detail::Held<CacheBase>(self());
     // Others decide now what becomes of this object, too, as if nobody asked for it.
-    applicant.object.reset();
-    admitted =
-        makeRoom(place, *applicant.creatorDomain, *applicant.domain, applicant.cost, &entrant) &&
-        entrant.hold();
+    detail::Entrant entrant{applicant.object.observe(), asOldest, applicant.object};
+    if (!makeRoom(place, *applicant.creatorDomain, *applicant.domain, applicant.cost, &entrant)) {
+      return refuse(applicant.cost, *applicant.creatorDomain, *applicant.domain);
+    }
+    if (!entrant.hold()) {
+      return false;
+    }
+    entered = entrant.entered;
   }
-  if (!admitted ||
-      (!entrant.entered && !objects_.insert(*applicant.object, place, *applicant.creatorDomain,
-                                            *applicant.domain, asOldest))) {
+  if (!entered && !objects_.insert(*applicant.object, place, *applicant.creatorDomain,
+                                   *applicant.domain, asOldest)) {
     return refuse(applicant.cost, *applicant.creatorDomain, *applicant.domain);
   }
   if (level >= 11) [[unlikely]] {

@@ -120,7 +120,7 @@ private:
   bool insert(Cacheable& object, bool asOldest) {
     return obtain(primary_, CacheQueue::Role::Primary).insert(object, asOldest);
   }
-  /// adjust() with an object, if any, that comes in as soon as there is room.
+  /// adjust() with an object, if any, that comes in where an eviction made the room.
   bool adjust(const CacheBase& cache, memsize_t newCost, detail::Entrant* entrant);
   static void takeBack(CacheQueue& primary, const CacheQueue& temporaries);
   template <class Visit>

@@ -74,10 +74,14 @@ bool dying(const Cacheable& entry) {
   return entry.self().strongCount() < 0;
 }
 
+/// Whether a push has passed by its trace and asked for a name: the first time that makes the plain
+/// types readable, for everybody, and the file known as one with messages, shown or not.
+std::atomic<bool> traced{false};
+
 /// Whether a push may be told of, or is the first one.
 bool mayTrace() noexcept {
   return detail::verboseThreshold.load(std::memory_order_relaxed) >= 100 ||
-         !detail::defaultTypenamesInstalled();
+         !traced.load(std::memory_order_relaxed);
 }
 
 /// The types of an object and of its creator, for the trace of a push.
@@ -203,9 +207,9 @@ bool CacheQueue::insert(Cacheable& object, bool asOldest) {
 }
 
 void CacheQueue::trace(const char* operation, const WeakPtr<Cacheable>& object) {
-  if (!detail::defaultTypenamesInstalled()) [[unlikely]] {
-    // Asking for a name makes the plain types readable, for everybody, from the first push on.
+  if (!traced.load(std::memory_order_relaxed)) [[unlikely]] {
     typeNames(object);
+    traced.store(detail::defaultTypenamesInstalled(), std::memory_order_relaxed);
   }
   TOLVANE_VERBOSE_DOMAIN(100, "Mem") << operation << typeNames(object) << ")";
 }
@@ -504,7 +508,8 @@ bool CacheQueue::adjust(const CacheBase& cache, memsize_t newCost, CacheQueue& t
   return adjust(cache, newCost, temporaries, keepers, nullptr);
 }
 
-/// The same with an object, if any, that comes in at once, unless that is to be told of first.
+/// The same with an object, if any, that comes in at once, unless that is to be told of first. Who
+/// asks looks whether it did: an empty queue has room without a look at anything.
 bool CacheQueue::adjust(const CacheBase& cache, memsize_t newCost, CacheQueue& temporaries,
                         CacheQueue& keepers, detail::Entrant* entrant) {
   const Profiler profiler(EvictionFile, 322, EvictionFunction, "CacheQueue::adjust", EvictionLevel);

@@ -14,10 +14,10 @@ namespace Tolvane {
 
 namespace detail {
 
-/// An object for which its domain makes room. It comes in before the queue is let go of, so that
-/// nobody else takes the room, and the queue is locked but once.
+/// An object for which its domain makes room. It comes in before the queue that made the room is
+/// let go of: so the queue is locked but once, and none of its other insertions is in between.
 struct Entrant {
-  const WeakPtr<Cacheable>& object;
+  WeakPtr<Cacheable> object;
   const bool asOldest;
   Held<Cacheable>& held; ///< Empty while the room is made; let go of after the queue.
   bool entered = false;
@@ -25,7 +25,7 @@ struct Entrant {
   /// Whether the object is held: by somebody else, and from now on here.
   bool hold() {
     if (!held) {
-      held = Held<Cacheable>(object);
+      held.resume(object);
     }
     return held.owned();
   }

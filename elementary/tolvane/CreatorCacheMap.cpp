@@ -176,7 +176,8 @@ bool CreatorCacheMap::adjust(const std::type_info& creatorType, const std::type_
   return adjust(find(creatorType, domainType), creatorType, domainType, cache, newCost, nullptr);
 }
 
-/// The same with an object, if any, that comes in at once where its own domain makes the room.
+/// The same with an object, if any, that comes in where an eviction in its own domain makes the
+/// room.
 bool CreatorCacheMap::adjust(const Place& own, const std::type_info& creatorType,
                              const std::type_info& domainType, const CacheBase& cache,
                              memsize_t newCost, detail::Entrant* entrant) {

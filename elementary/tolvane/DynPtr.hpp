@@ -88,6 +88,7 @@ struct PointerAccess {
   /// Makes a strong pointer's hold that of a weak one.
   template <class T, class Base>
   static WeakPtr<T, Base> weaken(Referer& referer) noexcept {
+    static_assert(std::is_same_v<T, Base>, "any other pointer has a target of its own");
     if (referer.dropSharedStrong() == 1) [[unlikely]] {
       releaseLast<Base>(referer);
     }

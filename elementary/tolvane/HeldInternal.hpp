@@ -67,6 +67,16 @@ public:
     return record != nullptr ? PointerAccess::weaken<T, Base>(*record) : WeakPtr<T, Base>(object);
   }
 
+  /// Holds again what observe() let go of, provided that somebody else holds it still. Takes the
+  /// hold of the pointer over.
+  void resume(WeakPtr<T, Base>& observed) noexcept {
+    Referer* const record = PointerAccess::referer(observed);
+    if (record != nullptr && record->strengthen(1) == Referer::Raise::Done) {
+      object_ = PointerAccess::held(observed);
+      record_ = PointerAccess::takeReferer(observed);
+    }
+  }
+
   /// The object; null when it is gone.
   T* get() const noexcept { return object_; }
   explicit operator bool() const noexcept { return object_ != nullptr; }

@@ -91,18 +91,10 @@ public:
 
   /// One more strong pointer, if the object is alive and its strong count is at least `least`.
   /// Dead: nothing was changed.
-  Raise lock(std::int32_t least = 0) noexcept {
-    std::uint64_t word = word_.load();
-    do {
-      if (strongOf(word) < least || object() == nullptr) {
-        return Raise::Dead;
-      }
-      if (strongOf(word) == MaxCount || weakOf(word) == MaxCount) [[unlikely]] {
-        return Raise::AtLimit;
-      }
-    } while (!word_.compare_exchange_weak(word, word + OneStrong + OneWeak));
-    return Raise::Done;
-  }
+  Raise lock(std::int32_t least = 0) noexcept { return raise(least, OneStrong + OneWeak); }
+
+  /// The same for who holds the record already.
+  Raise strengthen(std::int32_t least) noexcept { return raise(least, OneStrong); }
 
   /// Drops a strong pointer that is not the last one, with its hold on the record. Returns the
   /// strong count that decided; with 1 or less nothing was changed.
@@ -160,6 +152,19 @@ private:
   TOLVANE_API static void destroy(Referer* referer) noexcept;
   TOLVANE_API Raise addWeakCarefully() noexcept;
   TOLVANE_API Raise addStrongCarefully() noexcept;
+
+  Raise raise(std::int32_t least, std::uint64_t by) noexcept {
+    std::uint64_t word = word_.load();
+    do {
+      if (strongOf(word) < least || object() == nullptr) {
+        return Raise::Dead;
+      }
+      if (strongOf(word) == MaxCount || weakOf(word) == MaxCount) [[unlikely]] {
+        return Raise::AtLimit;
+      }
+    } while (!word_.compare_exchange_weak(word, word + by));
+    return Raise::Done;
+  }
 
   std::int32_t lowerShared(std::uint64_t by) noexcept {
     std::uint64_t word = word_.load(std::memory_order_relaxed);

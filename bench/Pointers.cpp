@@ -87,6 +87,50 @@ struct TwoBlocks : Polymorphic {
   std::unique_ptr<std::uint64_t[]> record{new std::uint64_t[2]{1, 1}};
 };
 
+/// Two blocks, and the steps on the counts that every object with a record takes: the number of the
+/// instance, the first strong pointer, its end, which marks the object as dead, and that of the
+/// object's own pointer.
+struct SameMeans {
+  struct Record {
+    std::atomic<std::uint64_t> counts{std::uint64_t{1} << 32};
+    void* object;
+  };
+  struct Object : Polymorphic {
+    std::uint64_t serial = Tolvane::nextPointerID();
+    Record* record = new Record{.object = this};
+    std::uint64_t instance = instances.fetch_add(1);
+    ~Object() override {
+      if (record->counts.fetch_sub(std::uint64_t{1} << 32) >> 32 == 1) {
+        delete record;
+      }
+    }
+  };
+  class Strong {
+  public:
+    explicit Strong(Object* object) : record_(object->record) {
+      record_->counts.fetch_add((std::uint64_t{1} << 32) + 1);
+    }
+    Strong(const Strong&) = delete;
+    Strong& operator=(const Strong&) = delete;
+    ~Strong() {
+      std::uint64_t word = record_->counts.load();
+      if (static_cast<std::uint32_t>(word) == 1 &&
+          record_->counts.compare_exchange_strong(word, word - 1 + 0xffffff91)) {
+        delete static_cast<Object*>(record_->object);
+      }
+      if (record_->counts.load() >> 32 == 1) {
+        delete record_;
+      }
+    }
+
+  private:
+    std::uint64_t serial_ = Tolvane::nextPointerID();
+    Record* record_;
+  };
+  static Strong make() { return Strong(new Object); }
+  inline static std::atomic<std::uint64_t> instances{0};
+};
+
 /// What a checked access looks at: the record behind the pointer, and the object behind that.
 struct TwoHops {
   struct Object : Payload {};
@@ -110,12 +154,7 @@ struct Raw {
   bench::addWeak<Ours>("tolvane");
   bench::addStrong<Standard>("std::shared_ptr, make_shared");
   bench::addWeak<Standard>("std::shared_ptr, make_shared");
-  bench::add("make and destroy/std::shared_ptr from new", [](benchmark::State& state) {
-    for (auto _ : state) {
-      auto made = FromNew::make();
-      benchmark::DoNotOptimize(made);
-    }
-  });
+  bench::addMake<FromNew>("std::shared_ptr from new");
   bench::addStrong<Floor<false>>("floor, atomic steps");
   bench::addStrong<Floor<true>>("floor, with the serial");
   bench::overObjects<Floor<false>>("weak to strong and drop", "floor, atomic steps", bench::Objects,
@@ -129,6 +168,7 @@ struct Raw {
   };
   bench::overObjects<TwoHops>("checked access", "floor, two hops", bench::Objects, 1, access);
   bench::overObjects<Raw>("checked access", "floor, raw pointer", bench::Objects, 1, access);
+  bench::addMake<SameMeans>("floor, the same means");
   bench::add("make and destroy/floor, one block", makeAndDestroy<Polymorphic>);
   bench::add("make and destroy/floor, two blocks", makeAndDestroy<TwoBlocks>);
   bench::note("object of 32 bytes, with its record and a pointer to it", 1000, [] {

@@ -38,6 +38,16 @@ void overObjects(const std::string& row, const std::string& name, std::uint32_t 
 }
 
 template <class Contestant>
+void addMake(const std::string& name) {
+  add("make and destroy/" + name, [](benchmark::State& state) {
+    for (auto _ : state) {
+      auto made = Contestant::make();
+      benchmark::DoNotOptimize(made);
+    }
+  });
+}
+
+template <class Contestant>
 void addStrong(const std::string& name) {
   const auto copy = [](auto& pointer) {
     auto other = pointer;
@@ -56,12 +66,7 @@ void addStrong(const std::string& name) {
     benchmark::DoNotOptimize(pointer->values[0]);
     benchmark::ClobberMemory();
   });
-  add("make and destroy/" + name, [](benchmark::State& state) {
-    for (auto _ : state) {
-      auto made = Contestant::make();
-      benchmark::DoNotOptimize(made);
-    }
-  });
+  addMake<Contestant>(name);
 }
 
 template <class Contestant>

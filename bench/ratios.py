@@ -36,6 +36,7 @@ def goals():
     yield from one("weak to strong and drop", "floor, atomic steps", 1.3)
     yield from one("checked access", "floor, two hops", 2)
     yield from one("make and destroy", "floor, two blocks", 1.1)
+    yield from one("make and destroy", "floor, the same means", 1.3)
     yield from one("make and destroy", STANDARD)
     for size in SIZES:
         row = f"touch/1 threads/{size}"

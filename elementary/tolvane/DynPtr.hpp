@@ -188,7 +188,8 @@ protected:
 
   DynPtr() noexcept = default;
 
-  /// Takes over a hold that is counted already.
+  /// Takes over a hold that is counted already. The serial is drawn behind the atomic step of the
+  /// count: before it, that would have to wait for the line that all threads write.
   explicit DynPtr(detail::Referer* counted) noexcept : myReferer(counted) {}
 
   ~DynPtr() = default;
@@ -267,12 +268,19 @@ protected:
   }
 
   /// Whether a pointer member was handed itself to copy from; says so and stays empty.
-  bool copiesItself(const DynPtr& source) const noexcept {
-    if (this != &source) [[likely]] {
+  static bool copiesItself(const DynPtr* pointer, const DynPtr& source) noexcept {
+    if (pointer != &source) [[likely]] {
       return false;
     }
-    SpeakPtr::theSpeaker().SelfConstruction(typeid(DynPtr), this, &source);
+    SpeakPtr::theSpeaker().SelfConstruction(typeid(DynPtr), pointer, &source);
     return true;
+  }
+
+  /// The target of a pointer of the same type.
+  void copyTarget(const DynPtr& source) noexcept {
+    if constexpr (KeepsTarget) {
+      target_.set(source.target_.get());
+    }
   }
 
   /// The target of a pointer of another type: what the cast gives while the object is held, or

@@ -52,17 +52,12 @@ public:
   StrongPtr(std::nullptr_t) noexcept {}
 
   /// Owns `object`, which was made with `new`; nothing when it is null.
-  StrongPtr(T* object) {
-    if (detail::Referer* referer = Core::aim(object)) {
-      share(*referer);
-    }
-  }
+  StrongPtr(T* object) { myReferer = shared(Core::aim(object)); }
 
   /// One more owner of the object of `other`.
-  StrongPtr(const StrongPtr& other) : Core() {
-    if (!Core::copiesItself(other) && Core::aim(other)) {
-      share(*other.myReferer);
-    }
+  StrongPtr(const StrongPtr& other)
+      : Core(Core::copiesItself(this, other) ? nullptr : shared(other.myReferer)) {
+    Core::copyTarget(other);
   }
 
   /// Takes over the hold of `other`, which is empty afterwards. Changes no count.
@@ -72,7 +67,7 @@ public:
   template <class U>
   explicit(!Upcast<U>) StrongPtr(const StrongPtr<U, Base>& other) {
     if (Core::aim(other)) {
-      share(*detail::PointerAccess::referer(other));
+      myReferer = shared(detail::PointerAccess::referer(other));
     }
   }
 
@@ -85,10 +80,16 @@ public:
   }
 
   /// Owns the object of a weak pointer; empty when that is gone.
+  StrongPtr(const WeakPtr<T, Base>& other)
+      : Core(locked(detail::PointerAccess::referer(other), 0)) {
+    Core::copyTarget(other);
+  }
+
+  /// The same for a weak pointer of another type.
   template <class U>
   explicit(!Upcast<U>) StrongPtr(const WeakPtr<U, Base>& other) {
     if (Core::aim(other)) {
-      lock(*detail::PointerAccess::referer(other), 0);
+      myReferer = locked(detail::PointerAccess::referer(other), 0);
     }
   }
 
@@ -134,33 +135,44 @@ public:
   /// A further hold on an object that has a strong pointer already, for as long as it is looked
   /// at; empty for any other, which the end of the hold would destroy.
   static StrongPtr holdIfHeld(const WeakPtr<T, Base>& pointer) {
-    StrongPtr hold;
-    if (hold.aim(pointer)) {
-      hold.lock(*detail::PointerAccess::referer(pointer), 1);
-    }
+    StrongPtr hold(Counted{locked(detail::PointerAccess::referer(pointer), 1)});
+    hold.copyTarget(pointer);
     return hold;
   }
 
 private:
-  void share(detail::Referer& referer) {
-    const detail::Referer::Raise raised = referer.addStrong();
+  /// Tells a record that is held for the pointer already from any other argument.
+  struct Counted {
+    detail::Referer* referer;
+  };
+  explicit StrongPtr(Counted counted) noexcept : Core(counted.referer) {}
+
+  /// The record with one strong pointer more; null for none.
+  static detail::Referer* shared(detail::Referer* referer) {
+    if (referer == nullptr) {
+      return nullptr;
+    }
+    const detail::Referer::Raise raised = referer->addStrong();
     if (raised != detail::Referer::Raise::Done) [[unlikely]] {
       if (raised == detail::Referer::Raise::AtLimit) {
-        Core::throwAtLimit(referer);
+        Core::throwAtLimit(*referer);
       }
-      const detail::Referer::Counts counts = referer.counts();
+      const detail::Referer::Counts counts = referer->counts();
       IncrementDeadRefPtr::inc(counts.strong, counts.weak, typeid(T), typeid(Base));
     }
-    myReferer = &referer;
+    return referer;
   }
 
-  void lock(detail::Referer& referer, std::int32_t least) {
-    const detail::Referer::Raise raised = referer.lock(least);
-    if (raised == detail::Referer::Raise::Done) [[likely]] {
-      myReferer = &referer;
-    } else if (raised == detail::Referer::Raise::AtLimit) {
-      Core::throwAtLimit(referer);
+  /// The same of an object that is alive and has `least` strong pointers; null for any other.
+  static detail::Referer* locked(detail::Referer* referer, std::int32_t least) {
+    if (referer == nullptr) {
+      return nullptr;
     }
+    const detail::Referer::Raise raised = referer->lock(least);
+    if (raised == detail::Referer::Raise::AtLimit) [[unlikely]] {
+      Core::throwAtLimit(*referer);
+    }
+    return raised == detail::Referer::Raise::Done ? referer : nullptr;
   }
 };
 

@@ -42,17 +42,12 @@ public:
   WeakPtr(std::nullptr_t) noexcept {}
 
   /// Observes `object`; nothing when it is null.
-  WeakPtr(T* object) {
-    if (detail::Referer* referer = Core::aim(object)) {
-      watch(*referer);
-    }
-  }
+  WeakPtr(T* object) { myReferer = watched(Core::aim(object)); }
 
   /// Observes the object of `other`.
-  WeakPtr(const WeakPtr& other) : Core() {
-    if (!Core::copiesItself(other) && Core::aim(other)) {
-      watch(*other.myReferer);
-    }
+  WeakPtr(const WeakPtr& other)
+      : Core(Core::copiesItself(this, other) ? nullptr : watched(other.myReferer)) {
+    Core::copyTarget(other);
   }
 
   /// Takes over the hold on the record; `other` is empty afterwards. Changes no count.
@@ -62,7 +57,7 @@ public:
   template <class U>
   explicit(!Upcast<U>) WeakPtr(const DynPtr<U, Base>& other) {
     if (Core::aim(other)) {
-      watch(*detail::PointerAccess::referer(other));
+      myReferer = watched(detail::PointerAccess::referer(other));
     }
   }
 
@@ -109,11 +104,12 @@ public:
   T& operator*() const { return *Core::checked(false, typeid(WeakPtr)); }
 
 private:
-  void watch(detail::Referer& referer) {
-    if (referer.addWeak() == detail::Referer::Raise::AtLimit) [[unlikely]] {
-      Core::throwAtLimit(referer);
+  /// The record with one weak pointer more; null for none.
+  static detail::Referer* watched(detail::Referer* referer) {
+    if (referer != nullptr && referer->addWeak() == detail::Referer::Raise::AtLimit) [[unlikely]] {
+      Core::throwAtLimit(*referer);
     }
-    myReferer = &referer;
+    return referer;
   }
 
   /// Takes over a hold that is counted already: that of an object on its own record, or what is

@@ -6,6 +6,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <thread>
 #include <typeinfo>
 #include <vector>
 
@@ -40,13 +41,15 @@ std::shared_ptr<void>& placeOf(const std::string& key);
 /// Drops the set-ups of the contestant that `key` ends with, but for the one under `key` itself.
 void dropOthers(const std::string& key);
 
-/// Keeps the set-up of a benchmark between its calls, which are several per measurement. Not for
-/// use by more than one thread at a time.
+/// Keeps the set-up of a benchmark between its calls, which are several per measurement. A thread
+/// of its own makes it, and has an arena of the heap of its own: in the pieces that the contestants
+/// before left behind, objects lie without order, and take three times as long to walk over. Not
+/// for use by more than one thread at a time.
 template <class T, class Make>
 T& kept(const std::string& key, Make make) {
   std::shared_ptr<void>& place = placeOf(key);
   if (place == nullptr) {
-    place = make();
+    std::thread([&] { place = make(); }).join();
   }
   return *static_cast<T*>(place.get());
 }

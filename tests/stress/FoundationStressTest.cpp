@@ -165,6 +165,30 @@ TEST(PointerStress, EveryoneLetsGoAtOnce) {
 
 namespace {
 
+// More threads than spare records are kept for, and others in their places afterwards.
+TEST(PointerStress, RecordsGoFromThreadToThread) {
+  constexpr int many = 100;
+  for (int lot = 0; lot < 3; ++lot) {
+    StrongPtr<Figure> handed[many];
+    Rendezvous together(many);
+    testsupport::inThreads(many, [&](int thread, std::mt19937&) {
+      StrongPtr<Figure>& mine = handed[thread];
+      StrongPtr<Figure>& next = handed[(thread + 1) % many];
+      for (int round = 0; round < 20; ++round) {
+        for (int i = 0; i < 100; ++i) {
+          mine = new Figure;
+          mine->value = thread;
+        }
+        together.arrive_and_wait();
+        EXPECT_EQ(next->value, (thread + 1) % many);
+        EXPECT_EQ(next.weakCount(), 2);
+        next = nullptr;
+        together.arrive_and_wait();
+      }
+    });
+  }
+}
+
 /// Comes back some times when the last pointer to it goes.
 struct Returning : ReferenceBase<Returning> {
   ~Returning() override { destroyed.fetch_add(1); }

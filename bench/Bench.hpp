@@ -42,9 +42,9 @@ std::shared_ptr<void>& placeOf(const std::string& key);
 void dropOthers(const std::string& key);
 
 /// Keeps the set-up of a benchmark between its calls, which are several per measurement. A thread
-/// of its own makes it, and has an arena of the heap of its own: in the pieces that the contestants
-/// before left behind, objects lie without order, and take three times as long to walk over. Not
-/// for use by more than one thread at a time.
+/// of its own makes it, in another arena of the heap than the one that the contestants work in: in
+/// the pieces that they leave there, objects lie without order, and take up to four times as long
+/// to walk over. Not for use by more than one thread at a time.
 template <class T, class Make>
 T& kept(const std::string& key, Make make) {
   std::shared_ptr<void>& place = placeOf(key);

@@ -67,7 +67,8 @@ static_assert(implicit<Node*, NodePtr> && implicit<Leaf*, NodePtr> && implicit<N
 static_assert(onlyExplicit<NodePtr, Strong<Leaf>> && onlyExplicit<NodeWeak, Strong<Leaf>> &&
               onlyExplicit<NodePtr, Weak<Leaf>> && onlyExplicit<Strong<Leaf>, Strong<Mixin>> &&
               onlyExplicit<Strong<Leaf>, Strong<Stranger>> && !implicit<NodePtr, bool> &&
-              !implicit<NodePtr, Node*>);
+              !implicit<NodePtr, Node*> &&
+              !std::is_constructible_v<NodePtr, const DynPtr<Node, Node>&>);
 // Constant objects stay constant.
 static_assert(implicit<NodePtr, StrongPtr<const Node>> &&
               implicit<const Node*, WeakPtr<const Node>> &&

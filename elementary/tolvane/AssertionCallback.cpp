@@ -9,7 +9,10 @@
 #include <utility>
 
 #ifdef TOLVANE_HAVE_CPPTRACE
+#include <atomic>
+#include <chrono>
 #include <cpptrace/cpptrace.hpp>
+#include <thread>
 #else
 #include <unwind.h>
 #endif
@@ -156,12 +159,58 @@ std::vector<FrameText> describeAllByPlatform(const StackFrames& frames) {
 
 #ifdef TOLVANE_HAVE_CPPTRACE
 
-std::vector<FrameText> describe(const StackFrames& frames) {
+/// Keeps threads out of cpptrace once its static objects go, at the end of the process or of the
+/// library: other threads report until the very last moment.
+class Resolving {
+public:
+  /// Whether cpptrace may be asked; if so, leave() follows.
+  bool enter() noexcept {
+    inside_.fetch_add(1);
+    if (!over_) {
+      return true;
+    }
+    leave();
+    return false;
+  }
+
+  void leave() noexcept { inside_.fetch_sub(1); }
+
+  /// Lets nobody in any more, and waits for who is inside. Not for long: that may be this thread,
+  /// which ends the process for want of memory.
+  void end() noexcept {
+    over_ = true;
+    for (int wait = 0; wait < 1000 && inside_ > 0 && !detail::otherThreadsAreGone(); ++wait)
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+
+private:
+  std::atomic<int> inside_{0};
+  std::atomic<bool> over_{false};
+};
+
+constinit Resolving resolving;
+
+struct EndOfResolving {
+  ~EndOfResolving() { resolving.end(); }
+};
+
+cpptrace::stacktrace resolved(const StackFrames& frames) {
   cpptrace::raw_trace raw;
   for (const StackFrame& frame : frames)
     raw.frames.push_back(frame.address);
+  cpptrace::stacktrace trace = raw.resolve();
+  // Made after what cpptrace made for its first answer, so destroyed before that.
+  [[maybe_unused]] static const EndOfResolving end;
+  return trace;
+}
+
+std::vector<FrameText> describe(const StackFrames& frames) {
+  if (!resolving.enter())
+    return describeAllByPlatform(frames);
+  const std::unique_ptr<Resolving, void (*)(Resolving*)> inside(
+      &resolving, [](Resolving* the) { the->leave(); });
   std::vector<FrameText> texts;
-  for (const cpptrace::stacktrace_frame& frame : raw.resolve().frames) {
+  for (const cpptrace::stacktrace_frame& frame : resolved(frames).frames) {
     FrameText& text = texts.emplace_back();
     text.address = frame.raw_address;
     text.function = frame.symbol;

@@ -9,25 +9,26 @@ namespace {
 
 /// Room for one record that went, to be the next one of its thread. Every object needs a record,
 /// and the way to the heap and back is a good part of the cost of making one. One thread owns a
-/// shelf, so neither to take nor to leave a record is an atomic step.
+/// shelf, as long as the process runs, so neither to take nor to leave a record is an atomic
+/// read-modify-write; the order of loads and stores is for threads that follow at its address.
 struct alignas(64) Shelf {
   std::atomic<std::uintptr_t> owner{0};
   std::atomic<void*> record{nullptr};
 };
 
-/// What tells the threads apart that live: where the system keeps what belongs to them. A thread
-/// that begins where another one ended takes over its shelf.
+/// What tells the threads apart that live: the address of the block that the system keeps for each.
+/// A thread whose block lies where that of another one was takes over its shelf.
 std::uintptr_t currentThread() noexcept {
   std::uintptr_t thread = 0;
 #ifdef _WIN32
-  asm("movq %%gs:0x30, %0" : "=r"(thread));
+  asm volatile("movq %%gs:0x30, %0" : "=r"(thread));
 #else
-  asm("movq %%fs:0, %0" : "=r"(thread));
+  asm volatile("movq %%fs:0, %0" : "=r"(thread));
 #endif
   return thread;
 }
 
-/// The shelf of this thread; null where others came first, whose places in memory are like its own.
+/// The shelf of this thread; null where one with the same hash came first, even if it has ended.
 Shelf* shelf() noexcept {
   static constinit std::array<Shelf, 64> shelves;
   const std::uintptr_t thread = currentThread();

@@ -80,7 +80,8 @@ public:
   }
 
   /// Owns the object of a weak pointer; empty when that is gone.
-  StrongPtr(const WeakPtr<T, Base>& other)
+  template <class U>
+  requires std::is_same_v<U, T> StrongPtr(const WeakPtr<U, Base>& other)
       : Core(locked(detail::PointerAccess::referer(other), 0)) {
     Core::copyTarget(other);
   }

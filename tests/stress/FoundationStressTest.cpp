@@ -179,6 +179,7 @@ TEST(PointerStress, RecordsGoFromThreadToThread) {
           mine = new Figure;
           mine->value = thread;
         }
+        const StrongPtr<Figure> another = new Figure; // of the spare record, so that one has room
         together.arrive_and_wait();
         EXPECT_EQ(next->value, (thread + 1) % many);
         EXPECT_EQ(next.weakCount(), 2);
